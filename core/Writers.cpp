@@ -1,0 +1,147 @@
+#include "core/Writers.h"
+
+#include <cctype>
+#include <charconv>
+
+#include "core/runtime/Dates.h"
+#include "core/runtime/Files.h"
+#include "core/runtime/NumberText.h"
+#include "core/runtime/RuntimeError.h"
+#include "core/runtime/TextInput.h"
+
+namespace kestro {
+
+void DataBlock::field(std::string_view text) {
+    appendRightAligned(out_, text, DataFieldWidth);
+    if (++count_ % FieldsPerLine == 0) out_ += "\r\n";
+}
+
+void DataBlock::field(int64_t value) {
+    char digits[24];
+    std::string_view text(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits));
+    field(text);
+}
+
+DateTimeTexts modificationTexts(const std::string& path) {
+    const std::string general = generalDate(fileModified(path));
+    const std::string date = general.substr(0, 10);
+    const std::string time = general.size() > 8 ? general.substr(general.size() - 8) : general;
+    return {formatText(date, "dd-mm-yyyy"), formatText(time, "hh:mm:ss")};
+}
+
+void writeSpeHeader(TextWriter& out, const SpeHeader& header) {
+    const std::string live = signedText(header.liveTime);
+    const std::string real = signedText(header.realTime);
+    const std::string last = signedText(header.lastChannel);
+    // A time text longer than 10 characters gets (length - 10) blanks in front:
+    // the padding is the distance from 10 either way, as it always was.
+    auto padded = [](const std::string& t) { return spaces(std::abs(10 - static_cast<int64_t>(t.size()))) + t; };
+    out.text("$SPEC_ID:").endLine();
+    out.text(header.id).endLine();
+    out.text("$DATE_MEA:").endLine();
+    out.text(header.when.date).text("  ").text(header.when.time).endLine();
+    out.text("$MEAS_TIM:").endLine();
+    out.text(padded(live)).text(padded(real)).endLine();
+    out.text("$DATA:").endLine();
+    out.text("         0").text(spaces(10 - static_cast<int64_t>(last.size()))).text(last).endLine();
+}
+
+void writeSpoHeader(TextWriter& out, int64_t channelCount) {
+    out.item(channelCount).zone().text("0").endLine();
+}
+
+namespace {
+
+void replaceFirstByZero(std::string& block, const std::string& text) {
+    if (text.empty()) return;
+    size_t at = block.find(text);
+    if (at == std::string::npos) return;
+    block.replace(at, text.size(), std::string(text.size() - 1, ' ') + "0");
+}
+
+}  // namespace
+
+void zeroLeadingTimes(std::string& block, const Value& liveTime, const Value& realTime) {
+    replaceFirstByZero(block, plainText(liveTime));
+    replaceFirstByZero(block, plainText(realTime));
+}
+
+void wrapDataBlock(Session& form, const std::string& source, std::string block, const std::string& outputStem) {
+    const DateTimeTexts when = modificationTexts(source);
+    TextReader reader(std::move(block));
+    const Value liveTime = Value::ofDouble(reader.listInputNumber());
+    form.sharedRealTime = Value::ofDouble(reader.listInputNumber());
+    std::string text = reader.bytes();
+    if (form.boxes.SPE) {
+        TextWriter out(outputStem + ".spe");
+        writeSpeHeader(out, {source, when, liveTime, form.sharedRealTime, form.valueCount - 1});
+        zeroLeadingTimes(text, liveTime, form.sharedRealTime);
+        out.text(text).endLine();
+        out.close();
+    } else {
+        TextWriter out(outputStem + ".spo");
+        writeSpoHeader(out, form.valueCount);
+        out.text(std::string_view(text).substr(0, text.find('$'))).endLine();
+        out.close();
+    }
+}
+
+namespace {
+
+bool isColumnBlank(char c) { return c == ' ' || c == '\t'; }
+
+// The second column of a line, once decimal commas are points and tabs are
+// blanks; a line without one is "Subscript out of range".
+std::string_view secondColumn(std::string_view line) {
+    size_t i = 0;
+    while (i < line.size() && isColumnBlank(line[i])) ++i;
+    while (i < line.size() && !isColumnBlank(line[i])) ++i;
+    while (i < line.size() && isColumnBlank(line[i])) ++i;
+    size_t end = i;
+    while (end < line.size() && !isColumnBlank(line[end])) ++end;
+    if (i == end) raise(err::SubscriptOutOfRange);
+    return line.substr(i, end - i);
+}
+
+}  // namespace
+
+void ConvOdf(Session& form, const std::string& inputName, const std::string& outputName) {
+    TextReader input(readWholeFile(inputName));
+    std::string block;
+    block.reserve(static_cast<size_t>(input.length() / 2));
+    DataBlock fields(block);
+    std::string decimalPoint;
+    while (!input.eof()) {
+        std::string_view y = secondColumn(input.lineInput());
+        if (y.find(',') != std::string_view::npos) {
+            decimalPoint.assign(y);
+            for (char& c : decimalPoint)
+                if (c == ',') c = '.';
+            y = decimalPoint;
+        }
+        fields.field(y);
+    }
+    {
+        TextWriter out(outputName);
+        out.text(block);
+        out.close();
+    }
+    const bool oneBox = form.boxes.SPE != form.boxes.SPO;
+    const bool wrappable = endsWithLower(inputName, "odf") || endsWithLower(inputName, "dat") || form.formatOption == "-dat";
+    if (!oneBox || !wrappable) return;
+    form.valueCount = fields.count();
+    wrapDataBlock(form, inputName, std::move(block), dropLast(outputName, 4));
+}
+
+std::string dropLast(const std::string& text, size_t count) {
+    return text.substr(0, text.size() >= count ? text.size() - count : 0);
+}
+
+bool endsWithLower(const std::string& name, std::string_view suffix) {
+    if (name.size() < suffix.size()) return false;
+    for (size_t i = 0; i < suffix.size(); ++i)
+        if (std::tolower(static_cast<unsigned char>(name[name.size() - suffix.size() + i])) != suffix[i]) return false;
+    return true;
+}
+
+}  // namespace kestro

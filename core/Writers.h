@@ -1,0 +1,72 @@
+#pragma once
+// The shared output files: the data block (8 fields of 8 characters a
+// line), the SPE and SPO spectrum files that wrap it, and ConvOdf, which
+// turns a two-column text file into a data block and wraps it.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "core/Session.h"
+#include "core/runtime/TextOutput.h"
+#include "core/runtime/Value.h"
+
+namespace kestro {
+
+inline constexpr size_t DataFieldWidth = 8;
+inline constexpr int64_t FieldsPerLine = 8;
+inline constexpr int64_t DataLineBytes = 66;  // 8 fields of 8 characters and CR LF
+
+// Appends data-block fields to a text, breaking the line after every 8th.
+class DataBlock {
+public:
+    explicit DataBlock(std::string& out) : out_(out) {}
+    void field(std::string_view text);
+    void field(int64_t value);  // by the plain-text rule
+    int64_t count() const { return count_; }
+
+private:
+    std::string& out_;
+    int64_t count_ = 0;
+};
+
+// Line 4 of an SPE file: the date and time texts as they are to stand.
+struct DateTimeTexts {
+    std::string date;  // "dd-mm-yyyy"
+    std::string time;  // "hh:mm:ss"
+};
+// The file's modification date and time, through the general date form:
+// its first 10 characters as the date, its last 8 as the time.
+DateTimeTexts modificationTexts(const std::string& path);
+
+struct SpeHeader {
+    std::string id;
+    DateTimeTexts when;
+    Value liveTime;
+    Value realTime;
+    int64_t lastChannel = 0;
+};
+// Lines 1 to 8 of an SPE file.
+void writeSpeHeader(TextWriter& out, const SpeHeader& header);
+// Line 1 of an SPO file.
+void writeSpoHeader(TextWriter& out, int64_t channelCount);
+
+// The block text of an SPE file whose live and real time came from its first
+// two values: each of their first occurrences becomes "0", right-aligned in
+// the width of the text it replaces.
+void zeroLeadingTimes(std::string& block, const Value& liveTime, const Value& realTime);
+
+// Wraps a data block as SPE (SPE box) or SPO (SPO box) at outputStem +
+// ".spe"/".spo". The block's first two values are the live and real time
+// (the real time goes to sharedRealTime); the channel count is valueCount.
+// `source` names the file whose name and modification time the SPE shows.
+void wrapDataBlock(Session& form, const std::string& source, std::string block, const std::string& outputStem);
+
+// Two-column text file to data block at outputName, then, when exactly one
+// of SPE and SPO is ticked, wrapped as SPE or SPO.
+void ConvOdf(Session& form, const std::string& inputName, const std::string& outputName);
+
+// Text helpers shared by the writers and the driver.
+std::string dropLast(const std::string& text, size_t count);  // less its last characters
+bool endsWithLower(const std::string& name, std::string_view suffix);  // last characters, lower case
+
+}  // namespace kestro

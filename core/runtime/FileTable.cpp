@@ -1,0 +1,74 @@
+#include "core/runtime/FileTable.h"
+
+#include "core/runtime/Files.h"
+#include "core/runtime/RuntimeError.h"
+
+namespace kestro {
+
+FileTable::OpenFile& FileTable::slotFor(int number) {
+    if (number < 1 || number > 511) raise(err::BadFileNameOrNumber);
+    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    return files_[number];
+}
+
+FileTable::OpenFile& FileTable::existing(int number) {
+    auto it = files_.find(number);
+    if (it == files_.end()) raise(err::BadFileNameOrNumber);
+    return it->second;
+}
+
+TextReader& FileTable::openInput(int number, const std::string& path) {
+    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    auto reader = std::make_unique<TextReader>(readWholeFile(path));
+    return *(slotFor(number).input = std::move(reader));
+}
+
+TextWriter& FileTable::openOutput(int number, const std::string& path) {
+    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    auto writer = std::make_unique<TextWriter>(path);
+    return *(slotFor(number).output = std::move(writer));
+}
+
+TextWriter& FileTable::openAppend(int number, const std::string& path) {
+    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    auto writer = std::make_unique<TextWriter>(path, OutputFile::Mode::Append);
+    return *(slotFor(number).output = std::move(writer));
+}
+
+BinaryReader& FileTable::openBinary(int number, const std::string& path) {
+    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    auto reader = std::make_unique<BinaryReader>(readWholeFile(path));
+    return *(slotFor(number).binary = std::move(reader));
+}
+
+TextReader& FileTable::input(int number) {
+    OpenFile& f = existing(number);
+    if (!f.input) raise(err::BadFileMode);
+    return *f.input;
+}
+
+TextWriter& FileTable::output(int number) {
+    OpenFile& f = existing(number);
+    if (!f.output) raise(err::BadFileMode);
+    return *f.output;
+}
+
+BinaryReader& FileTable::binary(int number) {
+    OpenFile& f = existing(number);
+    if (!f.binary) raise(err::BadFileMode);
+    return *f.binary;
+}
+
+void FileTable::close(int number) {
+    auto it = files_.find(number);
+    if (it == files_.end()) return;
+    OpenFile f = std::move(it->second);
+    files_.erase(it);
+    if (f.output) f.output->close();
+}
+
+void FileTable::closeAll() {
+    while (!files_.empty()) close(files_.begin()->first);
+}
+
+}  // namespace kestro

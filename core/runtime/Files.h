@@ -1,0 +1,41 @@
+#pragma once
+// File-system access with the classic error numbers: whole-file reads, file
+// length, modification time, copy, and an output file written in blocks.
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "core/runtime/Dates.h"
+
+namespace kestro {
+
+// The whole file; "File not found" (53) when it does not exist,
+// "Path/File access error" (75) when it cannot be read.
+std::string readWholeFile(const std::string& path);
+bool fileExists(const std::string& path);
+int64_t fileLength(const std::string& path);
+DateValue fileModified(const std::string& path);
+void copyFile(const std::string& from, const std::string& to);
+
+// A file opened for writing (replacing any file of that name) or appending.
+class OutputFile {
+public:
+    enum class Mode { Replace, Append };
+    OutputFile(const std::string& path, Mode mode = Mode::Replace);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    void write(std::string_view bytes);
+    // Closes and reports a failed write as "Path/File access error".
+    void close();
+    const std::string& path() const { return path_; }
+
+private:
+    std::FILE* file_ = nullptr;
+    std::string path_;
+    bool failed_ = false;
+};
+
+}  // namespace kestro

@@ -1,0 +1,454 @@
+#include "core/runtime/NumberText.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+#include "core/runtime/Dates.h"
+#include "core/runtime/RuntimeError.h"
+
+namespace kestro {
+
+namespace {
+
+constexpr int DoubleDigits = 15;
+constexpr int SingleDigits = 7;
+
+// Appends |v|'s digits (no sign) with the given number of significant digits.
+void appendMagnitude(std::string& out, double v, int digits) {
+    double a = std::fabs(v);
+    if (a == 0) {
+        out += '0';
+        return;
+    }
+    if (std::isinf(a)) {
+        out += "1.#INF";
+        return;
+    }
+    if (std::isnan(a)) {
+        out += "1.#QNAN";
+        return;
+    }
+    const double wholeLimit = digits == DoubleDigits ? 1e15 : 1e7;
+    if (a < wholeLimit && a == std::trunc(a)) {
+        char buf[24];
+        auto r = std::to_chars(buf, buf + sizeof buf, static_cast<int64_t>(a));
+        out.append(buf, r.ptr);
+        return;
+    }
+    char buf[48];
+    auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, digits - 1);
+    // buf holds d[.ddd]e[+-]xx
+    char* e = static_cast<char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
+    int exponent = 0;
+    std::from_chars(e + 1 + (e[1] == '+'), r.ptr, exponent);
+    char mantissa[24];
+    int n = 0;
+    for (char* p = buf; p < e; ++p)
+        if (*p != '.') mantissa[n++] = *p;
+    while (n > 1 && mantissa[n - 1] == '0') --n;
+
+    if (exponent >= digits || exponent < -4) {
+        out += mantissa[0];
+        if (n > 1) {
+            out += '.';
+            out.append(mantissa + 1, static_cast<size_t>(n - 1));
+        }
+        out += exponent < 0 ? "E-" : "E+";
+        int ax = std::abs(exponent);
+        if (ax < 10) out += '0';
+        out += std::to_string(ax);
+    } else if (exponent < 0) {
+        out += "0.";
+        out.append(static_cast<size_t>(-exponent - 1), '0');
+        out.append(mantissa, static_cast<size_t>(n));
+    } else {
+        int whole = exponent + 1;
+        for (int i = 0; i < whole; ++i) out += i < n ? mantissa[i] : '0';
+        if (n > whole) {
+            out += '.';
+            out.append(mantissa + whole, static_cast<size_t>(n - whole));
+        }
+    }
+}
+
+void appendNumber(std::string& out, double v, int digits) {
+    if (v < 0) out += '-';
+    appendMagnitude(out, v, digits);
+}
+
+void appendSignedNumber(std::string& out, double v, int digits) {
+    out += v < 0 ? '-' : ' ';
+    appendMagnitude(out, v, digits);
+}
+
+int digitsOf(const Value& v) { return v.kind == Value::Kind::Single ? SingleDigits : DoubleDigits; }
+
+}  // namespace
+
+double Value::toNumber() const {
+    switch (kind) {
+    case Kind::Integer: return static_cast<double>(integer);
+    case Kind::Single:
+    case Kind::Double: return number;
+    case Kind::Text: return leadingNumber(text);
+    case Kind::Empty: break;
+    }
+    return 0;
+}
+
+std::string plainText(double v) { std::string s; appendNumber(s, v, DoubleDigits); return s; }
+std::string plainText(float v) { std::string s; appendNumber(s, v, SingleDigits); return s; }
+std::string plainText(int64_t v) { return std::to_string(v); }
+std::string plainText(int v) { return std::to_string(v); }
+
+std::string plainText(const Value& v) {
+    switch (v.kind) {
+    case Value::Kind::Integer: return plainText(v.integer);
+    case Value::Kind::Single:
+    case Value::Kind::Double: {
+        std::string s;
+        appendNumber(s, v.number, digitsOf(v));
+        return s;
+    }
+    case Value::Kind::Text: return v.text;
+    case Value::Kind::Empty: break;
+    }
+    return {};
+}
+
+std::string signedText(double v) { std::string s; appendSignedNumber(s, v, DoubleDigits); return s; }
+std::string signedText(float v) { std::string s; appendSignedNumber(s, v, SingleDigits); return s; }
+std::string signedText(int64_t v) { return v < 0 ? std::to_string(v) : ' ' + std::to_string(v); }
+std::string signedText(int v) { return signedText(static_cast<int64_t>(v)); }
+
+std::string signedText(const Value& v) {
+    switch (v.kind) {
+    case Value::Kind::Integer: return signedText(v.integer);
+    case Value::Kind::Single:
+    case Value::Kind::Double: {
+        std::string s;
+        appendSignedNumber(s, v.number, digitsOf(v));
+        return s;
+    }
+    case Value::Kind::Text: return signedText(leadingNumber(v.text));
+    case Value::Kind::Empty: break;
+    }
+    return " 0";
+}
+
+void appendPlainText(std::string& out, double v) { appendNumber(out, v, DoubleDigits); }
+
+void appendPlainText(std::string& out, int64_t v) {
+    char buf[24];
+    auto r = std::to_chars(buf, buf + sizeof buf, v);
+    out.append(buf, r.ptr);
+}
+
+void appendPrintItem(std::string& out, double v) {
+    appendSignedNumber(out, v, DoubleDigits);
+    out += ' ';
+}
+
+void appendPrintItem(std::string& out, int64_t v) {
+    if (v >= 0) out += ' ';
+    appendPlainText(out, v);
+    out += ' ';
+}
+
+void appendPrintItem(std::string& out, const Value& v) {
+    switch (v.kind) {
+    case Value::Kind::Integer: appendPrintItem(out, v.integer); break;
+    case Value::Kind::Single:
+    case Value::Kind::Double:
+        appendSignedNumber(out, v.number, digitsOf(v));
+        out += ' ';
+        break;
+    case Value::Kind::Text: out += v.text; break;
+    case Value::Kind::Empty: break;
+    }
+}
+
+std::string printItem(const Value& v) {
+    std::string s;
+    appendPrintItem(s, v);
+    return s;
+}
+
+void appendRightAligned(std::string& out, std::string_view text, size_t width) {
+    if (text.size() < width) out.append(width - text.size(), ' ');
+    out += text;
+}
+
+std::string rightAligned(std::string_view text, size_t width) {
+    std::string s;
+    appendRightAligned(s, text, width);
+    return s;
+}
+
+std::string spaces(int64_t n) {
+    if (n < 0) raise(err::InvalidCall);
+    return std::string(static_cast<size_t>(n), ' ');
+}
+
+std::string hexText(int64_t v, int bits) {
+    uint64_t u = static_cast<uint64_t>(v);
+    if (bits < 64) u &= (uint64_t{1} << bits) - 1;
+    char buf[20];
+    auto r = std::to_chars(buf, buf + sizeof buf, u, 16);
+    std::string s(buf, r.ptr);
+    for (char& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return s;
+}
+
+// ---- text to number ----
+
+namespace {
+
+bool isSkippedBlank(char c) { return c == ' ' || c == '\t' || c == '\n'; }
+
+double radixNumber(std::string_view s, size_t i, int radix) {
+    uint64_t value = 0;
+    int digits = 0;
+    for (; i < s.size(); ++i) {
+        char c = s[i];
+        if (isSkippedBlank(c)) continue;
+        int d = (c >= '0' && c <= '9') ? c - '0'
+              : (radix == 16 && c >= 'a' && c <= 'f') ? c - 'a' + 10
+              : (radix == 16 && c >= 'A' && c <= 'F') ? c - 'A' + 10
+              : 99;
+        if (d >= radix) break;
+        value = value * static_cast<uint64_t>(radix) + static_cast<uint64_t>(d);
+        if (++digits > 11 || value > 0xFFFFFFFFull) raise(err::Overflow);
+    }
+    // Values that fit 16 bits are read as 16-bit, others as 32-bit, both signed.
+    if (value <= 0xFFFF) return static_cast<int16_t>(static_cast<uint16_t>(value));
+    return static_cast<int32_t>(static_cast<uint32_t>(value));
+}
+
+}  // namespace
+
+double leadingNumber(std::string_view s) {
+    size_t i = 0;
+    while (i < s.size() && isSkippedBlank(s[i])) ++i;
+    if (i + 1 < s.size() && s[i] == '&') {
+        char k = static_cast<char>(std::toupper(static_cast<unsigned char>(s[i + 1])));
+        if (k == 'H') return radixNumber(s, i + 2, 16);
+        if (k == 'O') return radixNumber(s, i + 2, 8);
+    }
+    char clean[128];
+    size_t n = 0;
+    auto put = [&](char c) {
+        if (n < sizeof clean - 1) clean[n++] = c;
+    };
+    enum Stage { Sign, Whole, Fraction, ExpSign, ExpDigits } stage = Sign;
+    bool anyDigit = false;
+    for (; i < s.size(); ++i) {
+        char c = s[i];
+        if (isSkippedBlank(c)) continue;
+        if ((c == '+' || c == '-') && (stage == Sign || stage == ExpSign)) {
+            put(c);
+            stage = stage == Sign ? Whole : ExpDigits;
+        } else if (c >= '0' && c <= '9' && stage != ExpSign) {
+            put(c);
+            if (stage == Sign) stage = Whole;
+            if (stage != ExpDigits) anyDigit = true;
+        } else if (c >= '0' && c <= '9') {
+            put(c);
+            stage = ExpDigits;
+        } else if (c == '.' && (stage == Sign || stage == Whole)) {
+            put(c);
+            stage = Fraction;
+        } else if ((c == 'e' || c == 'E' || c == 'd' || c == 'D') && anyDigit &&
+                   (stage == Whole || stage == Fraction)) {
+            put('e');
+            stage = ExpSign;
+        } else {
+            break;
+        }
+    }
+    if (!anyDigit) return 0;
+    const char* first = clean;
+    if (*first == '+') ++first;
+    double v = 0;
+    auto r = std::from_chars(first, clean + n, v);
+    if (r.ec == std::errc::result_out_of_range) {
+        // Underflow reads as zero; anything larger than a double is Overflow.
+        const char* e = static_cast<const char*>(std::memchr(clean, 'e', n));
+        if (e && e + 1 < clean + n && e[1] == '-') return 0;
+        raise(err::Overflow);
+    }
+    return v;
+}
+
+bool parseWholeNumber(std::string_view s, double& out) {
+    while (!s.empty() && (s.front() == ' ' || s.front() == '\t')) s.remove_prefix(1);
+    while (!s.empty() && (s.back() == ' ' || s.back() == '\t')) s.remove_suffix(1);
+    if (s.empty() || s.size() > 80) return false;
+    char buf[96];
+    size_t n = 0;
+    size_t i = 0;
+    if (s[0] == '+' || s[0] == '-') {
+        if (s[0] == '-') buf[n++] = '-';
+        i = 1;
+    }
+    bool digits = false;
+    for (; i < s.size(); ++i) {
+        char c = s[i];
+        if (c >= '0' && c <= '9') digits = true;
+        else if (c == 'd' || c == 'D') c = 'e';
+        else if (c != '.' && c != 'e' && c != 'E' && c != '+' && c != '-') return false;
+        buf[n++] = c;
+    }
+    if (!digits) return false;
+    auto r = std::from_chars(buf, buf + n, out);
+    if (r.ec == std::errc::result_out_of_range) raise(err::Overflow);
+    return r.ec == std::errc() && r.ptr == buf + n;
+}
+
+namespace {
+
+template <typename Int>
+Int roundHalfEven(double v) {
+    double r = std::nearbyint(v);  // the default rounding mode: half to even
+    if (!(r >= static_cast<double>(std::numeric_limits<Int>::min()) &&
+          r <= static_cast<double>(std::numeric_limits<Int>::max())))
+        raise(err::Overflow);
+    return static_cast<Int>(r);
+}
+
+}  // namespace
+
+int16_t roundToInt16(double v) { return roundHalfEven<int16_t>(v); }
+int32_t roundToInt32(double v) { return roundHalfEven<int32_t>(v); }
+
+// ---- format patterns ----
+
+namespace {
+
+// |v| as decimal digits: value = 0.d1d2d3... x 10^pointPos.
+struct Decimal {
+    std::string digits;
+    int pointPos = 0;
+};
+
+Decimal toDecimal(double v) {
+    Decimal d;
+    double a = std::fabs(v);
+    if (a == 0 || !std::isfinite(a)) return d;
+    char buf[48];
+    auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, DoubleDigits - 1);
+    char* e = static_cast<char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
+    int exponent = 0;
+    std::from_chars(e + 1 + (e[1] == '+'), r.ptr, exponent);
+    for (char* p = buf; p < e; ++p)
+        if (*p != '.') d.digits += *p;
+    d.pointPos = exponent + 1;
+    return d;
+}
+
+// Whole and fraction digit texts of |v| rounded half away from zero to `decimals` places.
+void roundedParts(double v, int decimals, std::string& whole, std::string& fraction) {
+    Decimal d = toDecimal(v);
+    int keep = d.pointPos + decimals;  // digits kept from d.digits
+    if (keep < 0) {
+        d.digits.clear();
+        d.pointPos = 0;
+    } else if (keep < static_cast<int>(d.digits.size())) {
+        bool up = d.digits[static_cast<size_t>(keep)] >= '5';
+        d.digits.resize(static_cast<size_t>(keep));
+        for (int i = keep - 1; up && i >= 0; --i) {
+            char& c = d.digits[static_cast<size_t>(i)];
+            if (c == '9') c = '0';
+            else { ++c; up = false; }
+        }
+        if (up) {
+            d.digits.insert(d.digits.begin(), '1');
+            ++d.pointPos;
+        }
+    }
+    whole.clear();
+    fraction.clear();
+    for (int i = 0; i < d.pointPos; ++i)
+        whole += i < static_cast<int>(d.digits.size()) ? d.digits[static_cast<size_t>(i)] : '0';
+    for (int i = 0; i < decimals; ++i) {
+        int k = d.pointPos + i;
+        fraction += (k >= 0 && k < static_cast<int>(d.digits.size())) ? d.digits[static_cast<size_t>(k)] : '0';
+    }
+    size_t nz = whole.find_first_not_of('0');
+    whole = nz == std::string::npos ? std::string() : whole.substr(nz);
+}
+
+bool isDigitPlaceholder(char c) { return c == '0' || c == '#'; }
+
+bool isDatePatternText(std::string_view p) {
+    bool any = false;
+    for (char c : p) {
+        char l = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        if (l == '0' || l == '#' || l == '@') return false;
+        if (l == 'd' || l == 'm' || l == 'y' || l == 'h' || l == 'n' || l == 's') any = true;
+    }
+    return any;
+}
+
+}  // namespace
+
+std::string formatNumber(double v, std::string_view pattern) {
+    size_t semi = pattern.find(';');
+    bool negative = v < 0;
+    std::string_view section = pattern.substr(0, semi);
+    if (negative && semi != std::string_view::npos) {
+        section = pattern.substr(semi + 1);
+        section = section.substr(0, section.find(';'));
+    }
+    size_t first = 0;
+    while (first < section.size() && !isDigitPlaceholder(section[first]) && section[first] != '.') ++first;
+    size_t last = first;
+    while (last < section.size() && (isDigitPlaceholder(section[last]) || section[last] == '.' || section[last] == ','))
+        ++last;
+    std::string_view prefix = section.substr(0, first);
+    std::string_view body = section.substr(first, last - first);
+    std::string_view suffix = section.substr(last);
+
+    size_t point = body.find('.');
+    std::string_view wholeSpec = body.substr(0, point);
+    std::string_view fractionSpec = point == std::string_view::npos ? std::string_view() : body.substr(point + 1);
+    int decimals = 0, minDecimals = 0, minWhole = 0;
+    for (size_t i = 0; i < fractionSpec.size(); ++i) {
+        if (!isDigitPlaceholder(fractionSpec[i])) continue;
+        ++decimals;
+        if (fractionSpec[i] == '0') minDecimals = decimals;
+    }
+    for (char c : wholeSpec) minWhole += c == '0';
+
+    std::string whole, fraction;
+    roundedParts(v, decimals, whole, fraction);
+    while (static_cast<int>(fraction.size()) > minDecimals && fraction.back() == '0') fraction.pop_back();
+    if (static_cast<int>(whole.size()) < minWhole) whole.insert(0, static_cast<size_t>(minWhole) - whole.size(), '0');
+
+    std::string out;
+    if (negative && semi == std::string_view::npos) out += '-';
+    out += prefix;
+    out += whole;
+    if (point != std::string_view::npos) {
+        out += '.';
+        out += fraction;
+    }
+    out += suffix;
+    return out;
+}
+
+std::string formatText(std::string_view text, std::string_view pattern) {
+    if (!pattern.empty() && pattern.find_first_not_of('@') == std::string_view::npos)
+        return rightAligned(text, pattern.size());
+    if (isDatePatternText(pattern)) {
+        DateValue d;
+        if (parseDateText(text, d)) return formatDate(d, pattern);
+        return std::string(text);
+    }
+    double v;
+    if (parseWholeNumber(text, v)) return formatNumber(v, pattern);
+    return std::string(text);
+}
+
+}  // namespace kestro

@@ -1,0 +1,72 @@
+#pragma once
+// How numbers become text and text becomes numbers. Every number that any
+// output holds goes through these rules, so the outputs stay byte-exact.
+//
+// Digits: 15 significant digits for doubles, 7 for singles, trailing zeros
+// dropped, "." as decimal point, a leading "0" before the point, and the
+// exponent form ("1E+15", "1.5E-07") outside 1E-05 < |x| < 10^digits.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "core/runtime/Value.h"
+
+namespace kestro {
+
+// Plain-text rule: the digits alone, "-" in front of a negative number.
+std::string plainText(double v);
+std::string plainText(float v);
+std::string plainText(int64_t v);
+std::string plainText(int v);
+std::string plainText(const Value& v);  // a text stands as it is; nothing is ""
+
+// Signed-text rule: a leading blank unless negative (negative zero counts as zero).
+std::string signedText(double v);
+std::string signedText(float v);
+std::string signedText(int64_t v);
+std::string signedText(int v);
+std::string signedText(const Value& v);
+
+// Print item: a number gets a leading blank unless negative and one trailing
+// blank; a text stands as it is; nothing prints nothing.
+std::string printItem(const Value& v);
+
+// Appending forms for the hot loops (no temporary strings).
+void appendPlainText(std::string& out, double v);
+void appendPlainText(std::string& out, int64_t v);
+void appendPrintItem(std::string& out, double v);
+void appendPrintItem(std::string& out, int64_t v);
+void appendPrintItem(std::string& out, const Value& v);
+
+// Right-aligned in a field of width characters; a longer text is kept whole.
+std::string rightAligned(std::string_view text, size_t width);
+void appendRightAligned(std::string& out, std::string_view text, size_t width);
+
+// n blanks; a negative count is the "Invalid procedure call" error.
+std::string spaces(int64_t n);
+
+// Format patterns: numeric ("0.0", "0.00", "###.0", " 0.####0", "00", ...),
+// text ("@@@") and date ("dd-mm-yyyy", "hh:mm:ss", ...). Numbers round half
+// away from zero, as the patterns always have.
+std::string formatNumber(double v, std::string_view pattern);
+// A text is formatted as the number or date it holds, else kept as it is;
+// "@" patterns right-align it.
+std::string formatText(std::string_view text, std::string_view pattern);
+
+// Upper-case hexadecimal of a 16-bit or 32-bit value (negative numbers in
+// two's complement of that width), without leading zeros.
+std::string hexText(int64_t v, int bits = 32);
+
+// Leading-number rule: blanks, tabs and line feeds are skipped, "." is the
+// decimal point, an exponent may follow ("E" or "D"), "&H"/"&O" prefix hex
+// and octal; 0 when the text holds no number. Out of range: Overflow.
+double leadingNumber(std::string_view text);
+// The whole text (after trimming blanks) is a number in the usual notation.
+bool parseWholeNumber(std::string_view text, double& out);
+
+// Rounding half to even into 16-bit and 32-bit integers; Overflow when the
+// rounded value does not fit.
+int16_t roundToInt16(double v);
+int32_t roundToInt32(double v);
+
+}  // namespace kestro

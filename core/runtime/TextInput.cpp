@@ -1,0 +1,80 @@
+#include "core/runtime/TextInput.h"
+
+#include <cstring>
+
+#include "core/runtime/NumberText.h"
+#include "core/runtime/RuntimeError.h"
+
+namespace kestro {
+
+void TextReader::seek(int64_t position) {
+    if (position < 1) raise(err::BadRecordNumber);
+    pos_ = static_cast<size_t>(std::min<int64_t>(position - 1, length()));
+}
+
+std::string_view TextReader::lineInput() {
+    if (eof()) raise(err::InputPastEnd);
+    const char* begin = data_.data() + pos_;
+    size_t rest = data_.size() - pos_;
+    const char* cr = static_cast<const char*>(std::memchr(begin, '\r', rest));
+    size_t length = cr ? static_cast<size_t>(cr - begin) : rest;
+    pos_ += length;
+    if (cr) {
+        ++pos_;
+        if (pos_ < data_.size() && data_[pos_] == '\n') ++pos_;
+    }
+    return {begin, length};
+}
+
+std::string_view TextReader::nextField(bool& quoted) {
+    const size_t n = data_.size();
+    while (pos_ < n && (data_[pos_] == ' ' || data_[pos_] == '\t')) ++pos_;
+    if (pos_ >= n) raise(err::InputPastEnd);
+    std::string_view field;
+    quoted = data_[pos_] == '"';
+    if (quoted) {
+        size_t start = ++pos_;
+        while (pos_ < n && data_[pos_] != '"') ++pos_;
+        field = std::string_view(data_).substr(start, pos_ - start);
+        if (pos_ < n) ++pos_;
+    } else {
+        size_t start = pos_;
+        while (pos_ < n) {
+            char c = data_[pos_];
+            if (c == ',' || c == ' ' || c == '\t' || c == '\r' || c == '\n') break;
+            ++pos_;
+        }
+        field = std::string_view(data_).substr(start, pos_ - start);
+    }
+    // The separator after the field: blanks, then one comma or one line end.
+    while (pos_ < n && (data_[pos_] == ' ' || data_[pos_] == '\t')) ++pos_;
+    if (pos_ < n) {
+        if (data_[pos_] == ',') {
+            ++pos_;
+        } else if (data_[pos_] == '\r') {
+            ++pos_;
+            if (pos_ < n && data_[pos_] == '\n') ++pos_;
+        } else if (data_[pos_] == '\n') {
+            ++pos_;
+        }
+    }
+    return field;
+}
+
+Value TextReader::listInput() {
+    bool quoted;
+    std::string_view field = nextField(quoted);
+    if (quoted) return Value::ofText(std::string(field));
+    if (field.empty()) return {};
+    double v;
+    if (parseWholeNumber(field, v)) return Value::ofDouble(v);
+    return Value::ofText(std::string(field));
+}
+
+double TextReader::listInputNumber() {
+    bool quoted;
+    std::string_view field = nextField(quoted);
+    return leadingNumber(field);
+}
+
+}  // namespace kestro

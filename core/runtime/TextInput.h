@@ -1,0 +1,42 @@
+#pragma once
+// Text input over a whole file held in memory: line input and list input
+// with the classic rules, end of file, length, position and seek.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "core/runtime/Value.h"
+
+namespace kestro {
+
+class TextReader {
+public:
+    TextReader() = default;
+    explicit TextReader(std::string bytes) : data_(std::move(bytes)) {}
+
+    bool eof() const { return pos_ >= data_.size(); }
+    int64_t length() const { return static_cast<int64_t>(data_.size()); }
+    // Next byte to read, counted from 1.
+    int64_t position() const { return static_cast<int64_t>(pos_) + 1; }
+    void seek(int64_t position);
+    const std::string& bytes() const { return data_; }
+
+    // Line input: a line ends at CR or CR LF; a lone LF stays in the line.
+    // Past the end: "Input past end of file".
+    std::string_view lineInput();
+
+    // List input: fields are separated by commas, blanks, tabs or line ends
+    // (CR, LF or CR LF); a quoted field is a text. A field that is a number
+    // reads as a Double, an empty one as nothing, any other as a text.
+    Value listInput();
+    // List input into a number: a text field counts by the leading-number rule.
+    double listInputNumber();
+
+private:
+    std::string_view nextField(bool& quoted);
+
+    std::string data_;
+    size_t pos_ = 0;
+};
+
+}  // namespace kestro

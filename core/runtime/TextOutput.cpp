@@ -1,0 +1,113 @@
+#include "core/runtime/TextOutput.h"
+
+#include <cstring>
+
+#include "core/runtime/NumberText.h"
+
+namespace kestro {
+
+namespace {
+constexpr size_t FlushSize = 1 << 20;
+}
+
+TextWriter::TextWriter(const std::string& path, OutputFile::Mode mode) : file_(path, mode) {
+    buffer_.reserve(FlushSize + 4096);
+}
+
+TextWriter::~TextWriter() {
+    try {
+        close();
+    } catch (...) {
+        // A writer dropped by an error path: what could be written is written.
+    }
+}
+
+TextWriter& TextWriter::text(std::string_view s) {
+    buffer_ += s;
+    return *this;
+}
+
+TextWriter& TextWriter::item(const Value& v) {
+    appendPrintItem(buffer_, v);
+    return *this;
+}
+
+TextWriter& TextWriter::item(double v) {
+    appendPrintItem(buffer_, v);
+    return *this;
+}
+
+TextWriter& TextWriter::item(int64_t v) {
+    appendPrintItem(buffer_, v);
+    return *this;
+}
+
+int64_t TextWriter::column() const {
+    // Only the part of the buffer not yet searched can hold a newer line end.
+    const char* base = buffer_.data();
+    for (size_t i = buffer_.size(); i > scanned_; --i)
+        if (base[i - 1] == '\n') {
+            lineStart_ = flushed_ + static_cast<int64_t>(i);
+            break;
+        }
+    scanned_ = buffer_.size();
+    return flushed_ + static_cast<int64_t>(buffer_.size()) - lineStart_ + 1;
+}
+
+TextWriter& TextWriter::zone() {
+    int64_t used = column() - 1;
+    int64_t next = (used / ZoneWidth + 1) * ZoneWidth;
+    buffer_.append(static_cast<size_t>(next - used), ' ');
+    return *this;
+}
+
+TextWriter& TextWriter::tab(int64_t n) {
+    if (n < 1) n = 1;
+    int64_t col = column();
+    if (col > n) {
+        endLine();
+        col = 1;
+    }
+    buffer_.append(static_cast<size_t>(n - col), ' ');
+    return *this;
+}
+
+TextWriter& TextWriter::endLine() {
+    buffer_ += "\r\n";
+    return *this;
+}
+
+TextWriter& TextWriter::writeList(std::initializer_list<Value> values) {
+    bool first = true;
+    for (const Value& v : values) {
+        if (!first) buffer_ += ',';
+        first = false;
+        if (v.isText()) {
+            buffer_ += '"';
+            buffer_ += v.text;
+            buffer_ += '"';
+        } else if (!v.isEmpty()) {
+            buffer_ += plainText(v);
+        }
+    }
+    return endLine();
+}
+
+void TextWriter::flushIfFull() {
+    if (buffer_.size() >= FlushSize) flush();
+}
+
+void TextWriter::flush() {
+    column();  // settle the line start before the buffer goes
+    file_.write(buffer_);
+    flushed_ += static_cast<int64_t>(buffer_.size());
+    buffer_.clear();
+    scanned_ = 0;
+}
+
+void TextWriter::close() {
+    flush();
+    file_.close();
+}
+
+}  // namespace kestro

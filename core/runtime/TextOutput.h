@@ -1,0 +1,57 @@
+#pragma once
+// Text output that keeps track of the print column, for print zones and
+// tabs, with CR LF line ends; built in memory and written in large blocks.
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "core/runtime/Files.h"
+#include "core/runtime/Value.h"
+
+namespace kestro {
+
+class TextWriter {
+public:
+    static constexpr int ZoneWidth = 14;
+
+    explicit TextWriter(const std::string& path, OutputFile::Mode mode = OutputFile::Mode::Replace);
+    ~TextWriter();  // flushes what is left, quietly
+    TextWriter(const TextWriter&) = delete;
+    TextWriter& operator=(const TextWriter&) = delete;
+
+    // Text exactly as given.
+    TextWriter& text(std::string_view s);
+    // A number or text as a print item (see printItem).
+    TextWriter& item(const Value& v);
+    TextWriter& item(double v);
+    TextWriter& item(int64_t v);
+    // The comma separator: on to the start of the next 14-column zone.
+    TextWriter& zone();
+    // On to column n (from 1); past it already, the next line's column n.
+    TextWriter& tab(int64_t n);
+    // CR LF.
+    TextWriter& endLine();
+    // The written-list style: numbers bare, texts quoted, commas between, CR LF.
+    TextWriter& writeList(std::initializer_list<Value> values);
+
+    // Print column of the next character, counted from 1.
+    int64_t column() const;
+    // The buffer, for appending in hot loops; call flushIfFull() now and then.
+    std::string& buffer() { return buffer_; }
+    void flushIfFull();
+    // Writes out everything and closes; errors are raised here.
+    void close();
+    const std::string& path() const { return file_.path(); }
+
+private:
+    void flush();
+
+    OutputFile file_;
+    std::string buffer_;
+    int64_t flushed_ = 0;    // bytes already written to the file
+    mutable int64_t lineStart_ = 0;  // stream offset where the current line began
+    mutable size_t scanned_ = 0;     // buffer bytes already searched for line ends
+};
+
+}  // namespace kestro
