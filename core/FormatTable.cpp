@@ -110,18 +110,14 @@ void Combo1_Change(Session& form, const std::string& text) {
 
 void Text1_Change(Session& form, const std::string& text) {
     form.typedText = text;
+    const std::string token = lowerCase(text);
     if (!text.empty() && isSeparator(text.front())) {
         setTypedText(form, "");
-        return;
-    }
-    if (!text.empty() && isSeparator(text.back())) {
-        std::string ended = text.substr(0, text.size() - 1) + ";";
+    } else if (!text.empty() && isSeparator(text.back())) {
+        const std::string ended = text.substr(0, text.size() - 1) + ";";
         setTypedText(form, ended);
         setComboText(form, ended);
-        return;
-    }
-    const std::string token = lowerCase(text);
-    if (token == "-dat" || token == "-odat") {
+    } else if (token == "-dat" || token == "-odat") {
         const bool spo = token == "-odat";
         setTypedText(form, "*.dat");
         form.formatOption = "-dat";
@@ -129,7 +125,6 @@ void Text1_Change(Session& form, const std::string& text) {
             b.SPE = !spo;
             b.SPO = spo;
         });
-        return;
     }
     form.filePattern = form.typedText;
     form.host().boxesChanged();
