@@ -225,14 +225,12 @@ void writeChannelPairs(Session& form, TextReader& input, TextWriter& out) {
 }
 
 // A ".dat" data block wrapped as SPE or SPO beside the ".odf".
-void wrapDatInput(Session& form, const FileJob& job, const std::string& input) {
+void wrapDatInput(Session& form, const FileJob& job, std::string input) {
     if (form.formatOption == "-dat") {
-        OutputFile copy(job.odfName);
-        copy.write(input);
-        copy.close();
+        writeWholeFile(job.odfName, input);
         form.valueCount = static_cast<int64_t>(input.size()) / DataLineBytes * FieldsPerLine;
     }
-    wrapDataBlock(form, job.name, input, dropLast(job.odfName, 4));
+    wrapDataBlock(form, job.name, std::move(input), dropLast(job.odfName, 4));
 }
 
 // Returns the number of lines skipped.
@@ -248,7 +246,7 @@ int64_t twoColumnPass(Session& form, const FileJob& job, int64_t skip, bool skip
         writeChannelPairs(form, input, out);
     }
     out.close();
-    if (endsWithLower(job.name, "dat") && form.boxes.SPE != form.boxes.SPO) wrapDatInput(form, job, input.bytes());
+    if (endsWithLower(job.name, "dat") && form.boxes.SPE != form.boxes.SPO) wrapDatInput(form, job, input.release());
     return skip;
 }
 

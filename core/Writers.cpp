@@ -66,24 +66,35 @@ void zeroLeadingTimes(std::string& block, const Value& liveTime, const Value& re
     replaceFirstByZero(block, plainText(realTime));
 }
 
-void wrapDataBlock(Session& form, const std::string& source, std::string block, const std::string& outputStem) {
-    const DateTimeTexts when = modificationTexts(source);
-    TextReader reader(std::move(block));
-    const Value liveTime = Value::ofDouble(reader.listInputNumber());
-    form.sharedRealTime = Value::ofDouble(reader.listInputNumber());
-    std::string text = reader.bytes();
+WrapTimes readWrapTimes(const std::string& source, std::string_view block) {
+    WrapTimes times;
+    times.when = modificationTexts(source);
+    TextReader reader = TextReader::over(block);
+    times.liveTime = Value::ofDouble(reader.listInputNumber());
+    times.realTime = Value::ofDouble(reader.listInputNumber());
+    return times;
+}
+
+void writeWrapped(Session& form, const std::string& source, const WrapTimes& times, std::string block,
+                  const std::string& outputStem) {
+    form.sharedRealTime = times.realTime;
     if (form.boxes.SPE) {
         TextWriter out(outputStem + ".spe");
-        writeSpeHeader(out, {source, when, liveTime, form.sharedRealTime, form.valueCount - 1});
-        zeroLeadingTimes(text, liveTime, form.sharedRealTime);
-        out.text(text).endLine();
+        writeSpeHeader(out, {source, times.when, times.liveTime, times.realTime, form.valueCount - 1});
+        zeroLeadingTimes(block, times.liveTime, times.realTime);
+        out.text(block).endLine();
         out.close();
     } else {
         TextWriter out(outputStem + ".spo");
         writeSpoHeader(out, form.valueCount);
-        out.text(std::string_view(text).substr(0, text.find('$'))).endLine();
+        out.text(std::string_view(block).substr(0, block.find('$'))).endLine();
         out.close();
     }
+}
+
+void wrapDataBlock(Session& form, const std::string& source, std::string block, const std::string& outputStem) {
+    const WrapTimes times = readWrapTimes(source, block);
+    writeWrapped(form, source, times, std::move(block), outputStem);
 }
 
 namespace {
@@ -107,8 +118,8 @@ std::string_view secondColumn(std::string_view line) {
 
 void ConvOdf(Session& form, const std::string& inputName, const std::string& outputName) {
     TextReader input(readWholeFile(inputName));
-    std::string block;
-    block.reserve(static_cast<size_t>(input.length() / 2));
+    // A line gives at most 10 block bytes for the 4 it takes at least.
+    std::string block = reserveLarge(static_cast<size_t>(input.length()) * 5 / 2 + 16);
     DataBlock fields(block);
     std::string decimalPoint;
     while (!input.eof()) {
@@ -121,16 +132,24 @@ void ConvOdf(Session& form, const std::string& inputName, const std::string& out
         }
         fields.field(y);
     }
-    {
-        TextWriter out(outputName);
-        out.text(block);
-        out.close();
-    }
+    input.release();  // let the input go before the block is written out
     const bool oneBox = form.boxes.SPE != form.boxes.SPO;
     const bool wrappable = endsWithLower(inputName, "odf") || endsWithLower(inputName, "dat") || form.formatOption == "-dat";
+    const std::string stem = dropLast(outputName, 4);
+    const bool wrapReplacesBlock = oneBox && wrappable && outputName == stem + (form.boxes.SPE ? ".spe" : ".spo");
+    if (!wrapReplacesBlock) writeWholeFile(outputName, block);
     if (!oneBox || !wrappable) return;
     form.valueCount = fields.count();
-    wrapDataBlock(form, inputName, std::move(block), dropLast(outputName, 4));
+    // When the wrapped file takes the block's place, the block is written
+    // only if wrapping cannot go ahead, so the file holds what it would have.
+    WrapTimes times;
+    try {
+        times = readWrapTimes(inputName, block);
+    } catch (...) {
+        if (wrapReplacesBlock) writeWholeFile(outputName, block);
+        throw;
+    }
+    writeWrapped(form, inputName, times, std::move(block), stem);
 }
 
 std::string dropLast(const std::string& text, size_t count) {

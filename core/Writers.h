@@ -61,6 +61,17 @@ void zeroLeadingTimes(std::string& block, const Value& liveTime, const Value& re
 // `source` names the file whose name and modification time the SPE shows.
 void wrapDataBlock(Session& form, const std::string& source, std::string block, const std::string& outputStem);
 
+// The two halves of wrapping: what is read (and may fail) before anything is
+// written, and the writing.
+struct WrapTimes {
+    DateTimeTexts when;
+    Value liveTime;
+    Value realTime;
+};
+WrapTimes readWrapTimes(const std::string& source, std::string_view block);
+void writeWrapped(Session& form, const std::string& source, const WrapTimes& times, std::string block,
+                  const std::string& outputStem);
+
 // Two-column text file to data block at outputName, then, when exactly one
 // of SPE and SPO is ticked, wrapped as SPE or SPO.
 void ConvOdf(Session& form, const std::string& inputName, const std::string& outputName);

@@ -45,8 +45,10 @@ void dayAndSeconds(DateValue d, int64_t& day, int64_t& seconds) {
     int64_t secs = std::llround(std::fabs(d - whole) * 86400.0);
     day = static_cast<int64_t>(whole);
     if (secs >= 86400) {
+        // Rounded up to the next midnight: the next calendar day is one day
+        // number up on either side of day 0.
         secs -= 86400;
-        day += d < 0 ? -1 : 1;
+        ++day;
     }
     seconds = secs;
 }
@@ -85,8 +87,8 @@ DateValue dateFromUnixSeconds(int64_t seconds) {
 std::string generalDate(DateValue d) {
     int64_t day, seconds;
     dayAndSeconds(d, day, seconds);
-    if (seconds == 0) return formatDate(d, "dd-mm-yyyy");
     if (day == 0) return formatDate(d, "hh:mm:ss");
+    if (seconds == 0) return formatDate(d, "dd-mm-yyyy");
     return formatDate(d, "dd-mm-yyyy hh:mm:ss");
 }
 

@@ -5,10 +5,9 @@
 
 namespace kestro {
 
-FileTable::OpenFile& FileTable::slotFor(int number) {
+void FileTable::checkFree(int number) const {
     if (number < 1 || number > 511) raise(err::BadFileNameOrNumber);
     if (isOpen(number)) raise(err::FileAlreadyOpen);
-    return files_[number];
 }
 
 FileTable::OpenFile& FileTable::existing(int number) {
@@ -18,27 +17,27 @@ FileTable::OpenFile& FileTable::existing(int number) {
 }
 
 TextReader& FileTable::openInput(int number, const std::string& path) {
-    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    checkFree(number);
     auto reader = std::make_unique<TextReader>(readWholeFile(path));
-    return *(slotFor(number).input = std::move(reader));
+    return *(files_[number].input = std::move(reader));
 }
 
 TextWriter& FileTable::openOutput(int number, const std::string& path) {
-    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    checkFree(number);
     auto writer = std::make_unique<TextWriter>(path);
-    return *(slotFor(number).output = std::move(writer));
+    return *(files_[number].output = std::move(writer));
 }
 
 TextWriter& FileTable::openAppend(int number, const std::string& path) {
-    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    checkFree(number);
     auto writer = std::make_unique<TextWriter>(path, OutputFile::Mode::Append);
-    return *(slotFor(number).output = std::move(writer));
+    return *(files_[number].output = std::move(writer));
 }
 
 BinaryReader& FileTable::openBinary(int number, const std::string& path) {
-    if (isOpen(number)) raise(err::FileAlreadyOpen);
+    checkFree(number);
     auto reader = std::make_unique<BinaryReader>(readWholeFile(path));
-    return *(slotFor(number).binary = std::move(reader));
+    return *(files_[number].binary = std::move(reader));
 }
 
 TextReader& FileTable::input(int number) {

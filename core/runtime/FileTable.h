@@ -35,7 +35,7 @@ private:
         std::unique_ptr<TextWriter> output;
         std::unique_ptr<BinaryReader> binary;
     };
-    OpenFile& slotFor(int number);
+    void checkFree(int number) const;
     OpenFile& existing(int number);
 
     std::map<int, OpenFile> files_;

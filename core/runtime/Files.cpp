@@ -1,5 +1,6 @@
 #include "core/runtime/Files.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -23,6 +24,18 @@ struct stat statOrRaise(const std::string& path) {
 
 }  // namespace
 
+std::string reserveLarge(size_t capacity) {
+    std::string s;
+    s.reserve(capacity);
+    constexpr uintptr_t LargePage = uintptr_t{2} << 20;
+    if (capacity >= 2 * LargePage) {
+        uintptr_t begin = (reinterpret_cast<uintptr_t>(s.data()) + LargePage - 1) & ~(LargePage - 1);
+        uintptr_t end = (reinterpret_cast<uintptr_t>(s.data()) + capacity) & ~(LargePage - 1);
+        if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    }
+    return s;
+}
+
 std::string readWholeFile(const std::string& path) {
     std::FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) raiseForErrno(errno);
@@ -31,7 +44,7 @@ std::string readWholeFile(const std::string& path) {
         std::fclose(f);
         raise(err::PathFileAccess);
     }
-    std::string data;
+    std::string data = reserveLarge(static_cast<size_t>(st.st_size));
     data.resize(static_cast<size_t>(st.st_size));
     size_t got = std::fread(data.data(), 1, data.size(), f);
     // A file that grows while it is read is taken as it was at the start;
@@ -52,10 +65,11 @@ int64_t fileLength(const std::string& path) { return statOrRaise(path).st_size; 
 
 DateValue fileModified(const std::string& path) { return dateFromUnixSeconds(statOrRaise(path).st_mtime); }
 
-void copyFile(const std::string& from, const std::string& to) {
-    std::string data = readWholeFile(from);
-    OutputFile out(to);
-    out.write(data);
+void copyFile(const std::string& from, const std::string& to) { writeWholeFile(to, readWholeFile(from)); }
+
+void writeWholeFile(const std::string& path, std::string_view bytes) {
+    OutputFile out(path);
+    out.write(bytes);
     out.close();
 }
 

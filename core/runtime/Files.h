@@ -10,6 +10,11 @@
 
 namespace kestro {
 
+// An empty text with room for `capacity` bytes; large ones are backed by
+// large memory pages where the system offers them, which saves most of the
+// cost of first touching the memory.
+std::string reserveLarge(size_t capacity);
+
 // The whole file; "File not found" (53) when it does not exist,
 // "Path/File access error" (75) when it cannot be read.
 std::string readWholeFile(const std::string& path);
@@ -17,6 +22,8 @@ bool fileExists(const std::string& path);
 int64_t fileLength(const std::string& path);
 DateValue fileModified(const std::string& path);
 void copyFile(const std::string& from, const std::string& to);
+// Replaces the file with these bytes.
+void writeWholeFile(const std::string& path, std::string_view bytes);
 
 // A file opened for writing (replacing any file of that name) or appending.
 class OutputFile {

@@ -15,11 +15,13 @@ void TextReader::seek(int64_t position) {
 std::string_view TextReader::lineInput() {
     if (eof()) raise(err::InputPastEnd);
     const char* begin = data_.data() + pos_;
-    size_t rest = data_.size() - pos_;
-    const char* cr = static_cast<const char*>(std::memchr(begin, '\r', rest));
-    size_t length = cr ? static_cast<size_t>(cr - begin) : rest;
+    const char* end = data_.data() + data_.size();
+    // Lines are short: a plain scan beats a library call per line.
+    const char* cr = begin;
+    while (cr != end && *cr != '\r') ++cr;
+    size_t length = static_cast<size_t>(cr - begin);
     pos_ += length;
-    if (cr) {
+    if (cr != end) {
         ++pos_;
         if (pos_ < data_.size() && data_[pos_] == '\n') ++pos_;
     }
@@ -35,7 +37,7 @@ std::string_view TextReader::nextField(bool& quoted) {
     if (quoted) {
         size_t start = ++pos_;
         while (pos_ < n && data_[pos_] != '"') ++pos_;
-        field = std::string_view(data_).substr(start, pos_ - start);
+        field = data_.substr(start, pos_ - start);
         if (pos_ < n) ++pos_;
     } else {
         size_t start = pos_;
@@ -44,7 +46,7 @@ std::string_view TextReader::nextField(bool& quoted) {
             if (c == ',' || c == ' ' || c == '\t' || c == '\r' || c == '\n') break;
             ++pos_;
         }
-        field = std::string_view(data_).substr(start, pos_ - start);
+        field = data_.substr(start, pos_ - start);
     }
     // The separator after the field: blanks, then one comma or one line end.
     while (pos_ < n && (data_[pos_] == ' ' || data_[pos_] == '\t')) ++pos_;

@@ -12,14 +12,26 @@ namespace kestro {
 class TextReader {
 public:
     TextReader() = default;
-    explicit TextReader(std::string bytes) : data_(std::move(bytes)) {}
+    explicit TextReader(std::string bytes) : owned_(std::move(bytes)), data_(owned_) {}
+    // Reads text that the caller keeps alive for as long as the reader.
+    static TextReader over(std::string_view text) { return TextReader(text, Borrowed{}); }
+    TextReader(const TextReader&) = delete;
+    TextReader& operator=(const TextReader&) = delete;
 
     bool eof() const { return pos_ >= data_.size(); }
     int64_t length() const { return static_cast<int64_t>(data_.size()); }
     // Next byte to read, counted from 1.
     int64_t position() const { return static_cast<int64_t>(pos_) + 1; }
     void seek(int64_t position);
-    const std::string& bytes() const { return data_; }
+    std::string_view bytes() const { return data_; }
+    // Hands over the bytes; the reader is empty afterwards.
+    std::string release() {
+        std::string out = data_.data() == owned_.data() ? std::move(owned_) : std::string(data_);
+        owned_.clear();
+        data_ = {};
+        pos_ = 0;
+        return out;
+    }
 
     // Line input: a line ends at CR or CR LF; a lone LF stays in the line.
     // Past the end: "Input past end of file".
@@ -35,7 +47,11 @@ public:
 private:
     std::string_view nextField(bool& quoted);
 
-    std::string data_;
+    struct Borrowed {};
+    TextReader(std::string_view text, Borrowed) : data_(text) {}
+
+    std::string owned_;
+    std::string_view data_;
     size_t pos_ = 0;
 };
 

@@ -23,7 +23,16 @@ TextWriter::~TextWriter() {
 }
 
 TextWriter& TextWriter::text(std::string_view s) {
-    buffer_ += s;
+    if (s.size() < FlushSize) {
+        buffer_ += s;
+        return *this;
+    }
+    // A whole block of text: no copy through the buffer.
+    flush();
+    file_.write(s);
+    size_t lastLineEnd = s.rfind('\n');
+    if (lastLineEnd != std::string_view::npos) lineStart_ = flushed_ + static_cast<int64_t>(lastLineEnd) + 1;
+    flushed_ += static_cast<int64_t>(s.size());
     return *this;
 }
 
