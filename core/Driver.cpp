@@ -212,12 +212,25 @@ void writeRoundedColumn(Session& form, TextReader& input, TextWriter& out) {
 void writeChannelPairs(Session& form, TextReader& input, TextWriter& out) {
     std::string& text = out.buffer();
     int64_t channel = 0;
+    char line[64];
     while (!input.eof()) {
-        Value v = input.listInput();
-        if (v.isText() && !v.text.empty() && v.text[0] == '$') break;
-        appendPrintItem(text, channel);
-        appendPrintItem(text, v);
-        text += "\r\n";
+        bool quoted;
+        std::string_view field = input.listField(quoted);
+        char* end = writePrintItem(line, channel);
+        int64_t whole;
+        if (!quoted && parseDecimalDigits(field, whole)) {
+            // Whole counts, by far the most common, are built in place.
+            end = writePrintItem(end, whole);
+            *end++ = '\r';
+            *end++ = '\n';
+            text.append(line, static_cast<size_t>(end - line));
+        } else {
+            Value v = TextReader::fieldValue(field, quoted);
+            if (v.isText() && !v.text.empty() && v.text[0] == '$') break;
+            text.append(line, static_cast<size_t>(end - line));
+            appendPrintItem(text, v);
+            text += "\r\n";
+        }
         ++channel;
         out.flushIfFull();
     }

@@ -1,7 +1,9 @@
 #include "core/Writers.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <cstring>
 
 #include "core/runtime/Dates.h"
 #include "core/runtime/Files.h"
@@ -12,7 +14,20 @@
 namespace kestro {
 
 void DataBlock::field(std::string_view text) {
-    appendRightAligned(out_, text, DataFieldWidth);
+    if (text.size() <= DataFieldWidth) {
+        // One append of a whole field: the common case, kept cheap.
+        char f[DataFieldWidth + 2];
+        std::memset(f, ' ', DataFieldWidth);
+        std::memcpy(f + DataFieldWidth - text.size(), text.data(), text.size());
+        size_t n = DataFieldWidth;
+        if (++count_ % FieldsPerLine == 0) {
+            f[n++] = '\r';
+            f[n++] = '\n';
+        }
+        out_.append(f, n);
+        return;
+    }
+    out_ += text;
     if (++count_ % FieldsPerLine == 0) out_ += "\r\n";
 }
 
@@ -124,7 +139,7 @@ void ConvOdf(Session& form, const std::string& inputName, const std::string& out
     std::string decimalPoint;
     while (!input.eof()) {
         std::string_view y = secondColumn(input.lineInput());
-        if (y.find(',') != std::string_view::npos) {
+        if (std::any_of(y.begin(), y.end(), [](char c) { return c == ','; })) {
             decimalPoint.assign(y);
             for (char& c : decimalPoint)
                 if (c == ',') c = '.';

@@ -145,23 +145,36 @@ void appendPlainText(std::string& out, int64_t v) {
     out.append(buf, r.ptr);
 }
 
-namespace {
-
-// A whole number as a print item, built in place (the hot path of the
-// two-column files): room for 23 characters.
-char* wholePrintItem(char* p, int64_t v) {
-    if (v >= 0) *p++ = ' ';
-    p = std::to_chars(p, p + 21, v).ptr;
-    *p++ = ' ';
-    return p;
+char* writePrintItem(char* p, int64_t v) {
+    static constexpr char Pairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    *p++ = v < 0 ? '-' : ' ';
+    uint64_t u = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+    char digits[20];
+    char* d = digits + sizeof digits;
+    while (u >= 100) {
+        d -= 2;
+        std::memcpy(d, Pairs + (u % 100) * 2, 2);
+        u /= 100;
+    }
+    if (u >= 10) {
+        d -= 2;
+        std::memcpy(d, Pairs + u * 2, 2);
+    } else {
+        *--d = static_cast<char>('0' + u);
+    }
+    const size_t n = static_cast<size_t>(digits + sizeof digits - d);
+    std::memcpy(p, d, n);
+    p[n] = ' ';
+    return p + n + 1;
 }
-
-}  // namespace
 
 void appendPrintItem(std::string& out, double v) {
     if (std::fabs(v) < 1e15 && v == std::trunc(v)) {
         char buf[24];
-        out.append(buf, wholePrintItem(buf, static_cast<int64_t>(v)));
+        out.append(buf, writePrintItem(buf, static_cast<int64_t>(v)));
         return;
     }
     appendSignedNumber(out, v, DoubleDigits);
@@ -170,7 +183,7 @@ void appendPrintItem(std::string& out, double v) {
 
 void appendPrintItem(std::string& out, int64_t v) {
     char buf[24];
-    out.append(buf, wholePrintItem(buf, v));
+    out.append(buf, writePrintItem(buf, v));
 }
 
 void appendPrintItem(std::string& out, const Value& v) {
@@ -296,20 +309,26 @@ double leadingNumber(std::string_view s) {
     return v;
 }
 
-namespace {
-
-// The common case of channel data: an optional "-" and up to 15 digits,
-// exact in a double without going through the general parser.
-bool wholeDigits(std::string_view s, double& out) {
-    size_t i = s[0] == '-' ? 1 : 0;
+bool parseDecimalDigits(std::string_view s, int64_t& out) {
+    size_t i = !s.empty() && s[0] == '-' ? 1 : 0;
     if (s.size() == i || s.size() - i > 15) return false;
     int64_t v = 0;
     for (size_t k = i; k < s.size(); ++k) {
-        unsigned d = static_cast<unsigned char>(s[k]) - '0';
+        unsigned d = static_cast<unsigned char>(s[k]) - static_cast<unsigned>('0');
         if (d > 9) return false;
         v = v * 10 + d;
     }
-    out = i ? -static_cast<double>(v) : static_cast<double>(v);
+    out = i ? -v : v;
+    return true;
+}
+
+namespace {
+
+// The common case of channel data, exact in a double without the general parser.
+bool wholeDigits(std::string_view s, double& out) {
+    int64_t v;
+    if (!parseDecimalDigits(s, v)) return false;
+    out = v == 0 && s[0] == '-' ? -0.0 : static_cast<double>(v);
     return true;
 }
 

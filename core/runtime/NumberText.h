@@ -31,6 +31,13 @@ std::string signedText(const Value& v);
 // blank; a text stands as it is; nothing prints nothing.
 std::string printItem(const Value& v);
 
+// The print item of a whole number written at `out`, which has room for 23
+// characters; returns the end. For lines built in place.
+char* writePrintItem(char* out, int64_t v);
+// A text of an optional "-" and 1 to 15 digits, nothing else: its value.
+// Such a text reads the same as a whole number by every rule here.
+bool parseDecimalDigits(std::string_view text, int64_t& out);
+
 // Appending forms for the hot loops (no temporary strings).
 void appendPlainText(std::string& out, double v);
 void appendPlainText(std::string& out, int64_t v);

@@ -1,5 +1,6 @@
 #include "core/runtime/TextInput.h"
 
+#include <array>
 #include <cstring>
 
 #include "core/runtime/NumberText.h"
@@ -28,7 +29,18 @@ std::string_view TextReader::lineInput() {
     return {begin, length};
 }
 
-std::string_view TextReader::nextField(bool& quoted) {
+namespace {
+
+// Characters that end an unquoted list field.
+constexpr std::array<bool, 256> FieldEnds = [] {
+    std::array<bool, 256> ends{};
+    for (unsigned char c : {',', ' ', '\t', '\r', '\n'}) ends[c] = true;
+    return ends;
+}();
+
+}  // namespace
+
+std::string_view TextReader::listField(bool& quoted) {
     const size_t n = data_.size();
     while (pos_ < n && (data_[pos_] == ' ' || data_[pos_] == '\t')) ++pos_;
     if (pos_ >= n) raise(err::InputPastEnd);
@@ -41,11 +53,7 @@ std::string_view TextReader::nextField(bool& quoted) {
         if (pos_ < n) ++pos_;
     } else {
         size_t start = pos_;
-        while (pos_ < n) {
-            char c = data_[pos_];
-            if (c == ',' || c == ' ' || c == '\t' || c == '\r' || c == '\n') break;
-            ++pos_;
-        }
+        while (pos_ < n && !FieldEnds[static_cast<unsigned char>(data_[pos_])]) ++pos_;
         field = data_.substr(start, pos_ - start);
     }
     // The separator after the field: blanks, then one comma or one line end.
@@ -65,7 +73,11 @@ std::string_view TextReader::nextField(bool& quoted) {
 
 Value TextReader::listInput() {
     bool quoted;
-    std::string_view field = nextField(quoted);
+    std::string_view field = listField(quoted);
+    return fieldValue(field, quoted);
+}
+
+Value TextReader::fieldValue(std::string_view field, bool quoted) {
     if (quoted) return Value::ofText(std::string(field));
     if (field.empty()) return {};
     double v;
@@ -75,7 +87,7 @@ Value TextReader::listInput() {
 
 double TextReader::listInputNumber() {
     bool quoted;
-    std::string_view field = nextField(quoted);
+    std::string_view field = listField(quoted);
     return leadingNumber(field);
 }
 

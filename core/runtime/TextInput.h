@@ -44,8 +44,13 @@ public:
     // List input into a number: a text field counts by the leading-number rule.
     double listInputNumber();
 
+    // The parts of list input, for loops that take whole numbers first:
+    // the next field as it stands (quoted: it was a quoted text), and the
+    // value a field reads as.
+    std::string_view listField(bool& quoted);
+    static Value fieldValue(std::string_view field, bool quoted);
+
 private:
-    std::string_view nextField(bool& quoted);
 
     struct Borrowed {};
     TextReader(std::string_view text, Borrowed) : data_(text) {}
