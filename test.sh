@@ -4,7 +4,7 @@
 # "./test.sh quick" runs the suite alone.
 set -euo pipefail
 cd "$(dirname "$0")"
-fuzz_seconds=${KESTRO_FUZZ_SECONDS:-60}
+fuzz_seconds=${KESTRO_FUZZ_SECONDS:-30}
 
 [ -f build/build.ninja ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build

@@ -124,7 +124,7 @@ const Route extensionRoutes[] = {
      [](Session& f, FileJob& j) {
          if (f.boxes.cOMDAQ) Conv2OMDAQ(f, j.name);
          else if (f.boxes.cDXP) Conv2DXP(f, j.name);
-         else ConvOdf(f, j.name, dropLast(j.name, 4) + f.outputExtension());
+         else ConvOdf(f, j.name, spectrumOutputPath(f, j.name));
      },
      Then::Plot, Skip::Zero, 0},
 };
@@ -204,7 +204,7 @@ void writeRoundedColumn(Session& form, TextReader& input, TextWriter& out) {
         block.field(static_cast<int64_t>(roundToInt32(leadingNumber(y))));
         out.flushIfFull();
     }
-    form.valueCount = block.count();
+    form.valueCount = block.fieldsWritten();
 }
 
 // Channel-data text: one line of channel and value for every value up to

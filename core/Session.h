@@ -41,6 +41,8 @@ public:
     int readerStatus = 0;
     int64_t valueCount = 0;
     Value sharedRealTime;
+    double CalibOff = 0;  // energy calibration offset and slope of the last spectrum
+    double CalibLin = 0;
     std::array<std::string, 3> outputExt;
     // The output extension for the SPE/SPO boxes: index 2 x SPO + SPE;
     // both ticked is index 3, the "Subscript out of range" error.

@@ -31,6 +31,12 @@ void DataBlock::field(std::string_view text) {
     if (++count_ % FieldsPerLine == 0) out_ += "\r\n";
 }
 
+void DataBlock::count(int64_t value) {
+    char text[24];
+    char* end = writePrintItem(text, value) - 1;  // the print item less its trailing blank
+    field(std::string_view(text, static_cast<size_t>(end - text)));
+}
+
 void DataBlock::field(int64_t value) {
     char digits[24];
     std::string_view text(digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, value).ptr - digits));
@@ -44,13 +50,16 @@ DateTimeTexts modificationTexts(const std::string& path) {
     return {formatText(date, "dd-mm-yyyy"), formatText(time, "hh:mm:ss")};
 }
 
-void writeSpeHeader(TextWriter& out, const SpeHeader& header) {
+void writeSpeHeader(TextWriter& out, const SpeHeader& header, TimePadding padding) {
     const std::string live = signedText(header.liveTime);
     const std::string real = signedText(header.realTime);
     const std::string last = signedText(header.lastChannel);
-    // A time text longer than 10 characters gets (length - 10) blanks in front:
-    // the padding is the distance from 10 either way, as it always was.
-    auto padded = [](const std::string& t) { return spaces(std::abs(10 - static_cast<int64_t>(t.size()))) + t; };
+    // With Distance padding a time text longer than 10 characters gets
+    // (length - 10) blanks in front, as it always did.
+    auto padded = [padding](const std::string& t) {
+        const int64_t gap = 10 - static_cast<int64_t>(t.size());
+        return spaces(padding == TimePadding::Distance ? std::abs(gap) : gap) + t;
+    };
     out.text("$SPEC_ID:").endLine();
     out.text(header.id).endLine();
     out.text("$DATE_MEA:").endLine();
@@ -154,7 +163,7 @@ void ConvOdf(Session& form, const std::string& inputName, const std::string& out
     const bool wrapReplacesBlock = oneBox && wrappable && outputName == stem + (form.boxes.SPE ? ".spe" : ".spo");
     if (!wrapReplacesBlock) writeWholeFile(outputName, block);
     if (!oneBox || !wrappable) return;
-    form.valueCount = fields.count();
+    form.valueCount = fields.fieldsWritten();
     // When the wrapped file takes the block's place, the block is written
     // only if wrapping cannot go ahead, so the file holds what it would have.
     WrapTimes times;
@@ -165,6 +174,10 @@ void ConvOdf(Session& form, const std::string& inputName, const std::string& out
         throw;
     }
     writeWrapped(form, inputName, times, std::move(block), stem);
+}
+
+std::string spectrumOutputPath(const Session& form, const std::string& inputPath) {
+    return dropLast(inputPath, 4) + form.outputExtension();
 }
 
 std::string dropLast(const std::string& text, size_t count) {

@@ -22,7 +22,10 @@ public:
     explicit DataBlock(std::string& out) : out_(out) {}
     void field(std::string_view text);
     void field(int64_t value);  // by the plain-text rule
-    int64_t count() const { return count_; }
+    // The spectrum readers' counts: by the signed-text rule (a leading
+    // blank when not negative), so a 9-digit count takes 10 characters.
+    void count(int64_t value);
+    int64_t fieldsWritten() const { return count_; }
 
 private:
     std::string& out_;
@@ -45,8 +48,13 @@ struct SpeHeader {
     Value realTime;
     int64_t lastChannel = 0;
 };
+// How the time texts of line 6 are padded to 10 characters.
+enum class TimePadding {
+    Distance,  // |10 - length| blanks: a longer text still gets blanks in front
+    Strict,    // 10 - length blanks: a longer text is "Invalid procedure call"
+};
 // Lines 1 to 8 of an SPE file.
-void writeSpeHeader(TextWriter& out, const SpeHeader& header);
+void writeSpeHeader(TextWriter& out, const SpeHeader& header, TimePadding padding = TimePadding::Distance);
 // Line 1 of an SPO file.
 void writeSpoHeader(TextWriter& out, int64_t channelCount);
 
@@ -75,6 +83,11 @@ void writeWrapped(Session& form, const std::string& source, const WrapTimes& tim
 // Two-column text file to data block at outputName, then, when exactly one
 // of SPE and SPO is ticked, wrapped as SPE or SPO.
 void ConvOdf(Session& form, const std::string& inputName, const std::string& outputName);
+
+// A spectrum reader's output: the input path less its last 4 characters and
+// the extension the SPE/SPO boxes choose (".dat", ".spe", ".spo"; both boxes
+// ticked is "Subscript out of range").
+std::string spectrumOutputPath(const Session& form, const std::string& inputPath);
 
 // Text helpers shared by the writers and the driver.
 std::string dropLast(const std::string& text, size_t count);  // less its last characters

@@ -13,15 +13,6 @@ namespace {
 
 }  // namespace
 
-void ConvFile(Session&, std::string&) { notAvailable("Genie2K CNF"); }
-void ConvChnFile(Session&, std::string&) { notAvailable("ORTEC CHN"); }
-void ConvMpaFile(Session&, std::string&, const std::string&) { notAvailable("FastComtec MPA"); }
-void ConvFileOld(Session&, std::string&) { notAvailable("Canberra MCA .bin"); }
-void ConvS100File(Session&, std::string&) { notAvailable("Canberra S-100 .mca"); }
-void ConvS35sFile(Session&, std::string&) { notAvailable("Canberra 35/40 .mca"); }
-void ConvSpec(Session&, std::string&) { notAvailable("SpecTech SPU"); }
-void ConvFileXML(Session&, std::string&) { notAvailable("Bruker SPX"); }
-void ConvFileG_XML(Session&, std::string&) { notAvailable("generic XML"); }
 void ConvOMDAQ(Session&, std::string&) { notAvailable("OMDAQ"); }
 void Conv2OMDAQ(Session&, std::string&) { notAvailable("OMDAQ output"); }
 void ConvDXP(Session&, std::string&) { notAvailable("DXP"); }
