@@ -4,7 +4,8 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time)
+packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
+          qt6-base-dev qt6-charts-dev libqt6opengl6-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -23,10 +24,15 @@ cmake --build build
 out=build/examples-out
 rm -rf "$out"
 mkdir -p "$out"
-cp examples/*.spe examples/*.asc examples/*.rbs examples/*.sim examples/*.dat examples/*.odf "$out"/
+find examples -maxdepth 1 -type f ! -name '*.cpp' -exec cp {} "$out"/ \;
 before=$(ls "$out")
+convert="$PWD/build/bin/kestro-convert"
 echo "Converting the examples in $out with SPE ticked:"
-build/bin/kestro-convert --spe "$out"/*
+(cd "$out" && "$convert" --spe iaea.spe ascii.asc rutherford.rbs simulated.sim block.dat twocolumn.odf \
+   genie.cnf ortec.chn spectech.spu canberra.bin bruker.spx generic.xml fastcomtec.mpa)
+echo "The S-100 and the 35/40 .mca dumps, each with its own format choice:"
+(cd "$out" && "$convert" --format "Canberra S-100 *.mca" s100.mca)
+(cd "$out" && "$convert" --format "Canberra 35/40 *.mca" canberra3540.mca)
 echo "Written:"
 for f in $(ls "$out"); do
   grep -qx "$f" <<<"$before" || printf '  %s (%s bytes)\n' "$out/$f" "$(stat -c %s "$out/$f")"

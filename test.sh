@@ -12,18 +12,18 @@ ctest --test-dir build --output-on-failure -j2
 [ "${1:-}" = quick ] && exit 0
 
 echo "== The suite under AddressSanitizer and UndefinedBehaviorSanitizer"
-cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRO_SANITIZE=ON >/dev/null
+cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRO_SANITIZE=ON -DKESTRO_APP=OFF >/dev/null
 cmake --build build-sanitize --target kestro_tests kestro-convert
 ctest --test-dir build-sanitize --output-on-failure -j2
 
 echo "== Fuzz targets, ${fuzz_seconds} s each"
-CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRO_FUZZ=ON -DKESTRO_TESTS=OFF >/dev/null
+CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRO_FUZZ=ON -DKESTRO_TESTS=OFF -DKESTRO_APP=OFF >/dev/null
 cmake --build build-fuzz
 for target in build-fuzz/bin/fuzz_*; do
   corpus=build-fuzz/corpus/$(basename "$target")
   mkdir -p "$corpus"
   cp examples/* "$corpus"/ 2>/dev/null || true
   echo "-- $(basename "$target")"
-  "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -timeout=10 -print_final_stats=1 "$corpus" 2>&1 | tail -n 3
+  "$target" -max_total_time="$fuzz_seconds" -rss_limit_mb=2048 -timeout=10 -handle_xfsz=0 -print_final_stats=1 "$corpus" 2>&1 | tail -n 3
 done
 echo "fuzzing: no crash, hang or leak found"

@@ -1,11 +1,15 @@
 // Writes Kestro's example inputs: one small spectrum in each channel-data
-// text format, all from the same 64 counts, so their outputs can be compared.
+// text format and each instrument format Kestro reads, all from the same 64
+// counts (256 for the 35/40 dump, whose blocks hold 256), so their outputs
+// can be compared.
 #include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "core/Writers.h"
+#include "core/runtime/BinaryOutput.h"
+#include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/TextOutput.h"
 
@@ -77,6 +81,120 @@ void writeOdf(const std::string& dir, const std::vector<int64_t>& c) {
     out.close();
 }
 
+// ---- instrument formats ----
+
+void writeBytes(const std::string& path, const BinaryBuilder& b) { writeWholeFile(path, b.bytes()); }
+
+// Genie2K: the channel-count signature D0 01 N, a time record (marker 01,
+// start ticks, then real and live ticks stored complemented), the counts last.
+void writeCnf(const std::string& dir, const std::vector<int64_t>& c) {
+    constexpr uint64_t TicksPerSecond = 10'000'000;
+    // 21-11-2026 09:30:00, counted from 17-11-1858.
+    const uint64_t start = (61365ull * 86400 + 9 * 3600 + 30 * 60) * TicksPerSecond;
+    BinaryBuilder b;
+    b.padTo(0x100).u8(0xD0).u8(0x01).i16(static_cast<int16_t>(c.size()));
+    b.padTo(0x180).u8(0x01).u64(start).u64(~(RealTime * TicksPerSecond)).u64(~(LiveTime * TicksPerSecond));
+    b.padTo(0x200);
+    for (int64_t v : c) b.i32(static_cast<int32_t>(v));
+    writeBytes(dir + "/genie.cnf", b);
+}
+
+// ORTEC: times in ticks of 20 ms at 8 and 12, the channel count at 30, counts from 32.
+void writeChn(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.i16(-1).i16(1).i16(1).text("00").i32(RealTime * 50).i32(LiveTime * 50).text("21NOV261").text("0930");
+    b.i16(0).u16(static_cast<uint16_t>(c.size()));
+    for (int64_t v : c) b.i32(static_cast<int32_t>(v));
+    writeBytes(dir + "/ortec.chn", b);
+}
+
+// SpecTech: the channel count, then the counts.
+void writeSpu(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.u32(static_cast<uint32_t>(c.size()));
+    for (int64_t v : c) b.i32(static_cast<int32_t>(v));
+    writeBytes(dir + "/spectech.spu", b);
+}
+
+// Canberra MCA dump: a 1024-byte header, then counts as two 16-bit words, high word first.
+void writeBin(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.padTo(1024);
+    for (int64_t v : c) b.u16(static_cast<uint16_t>(v >> 16)).u16(static_cast<uint16_t>(v & 0xFFFF));
+    writeBytes(dir + "/canberra.bin", b);
+}
+
+// Canberra S-100: times in hundredths of a second at 48 and 52, counts from 128.
+void writeS100(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.padTo(48).i32(LiveTime * 100).i32(RealTime * 100).padTo(128);
+    for (int64_t v : c) b.i32(static_cast<int32_t>(v));
+    writeBytes(dir + "/s100.mca", b);
+}
+
+// Canberra 35/40: a 270-byte header, one block (5 bytes, then 256 channels of
+// 3 bytes: high, low, middle), a 52-byte trailer.
+void writeS35(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.padTo(270 + 5);
+    for (int ch = 0; ch < 256; ++ch) {
+        int64_t v = c[static_cast<size_t>(ch) % c.size()];
+        b.u8(static_cast<uint8_t>(v >> 16)).u8(static_cast<uint8_t>(v & 0xFF)).u8(static_cast<uint8_t>((v >> 8) & 0xFF));
+    }
+    b.padTo(b.size() + 52);
+    writeBytes(dir + "/canberra3540.mca", b);
+}
+
+// FastComtec: a text header, four ADC sections (the first active), then the
+// first ADC's spectrum as text ("asc").
+void writeMpa(const std::string& dir, const std::vector<int64_t>& c) {
+    TextWriter out(dir + "/fastcomtec.mpa");
+    out.text("mpafmt=asc").endLine().text("sephead=0").endLine();
+    for (int adc = 1; adc <= 4; ++adc) {
+        out.text("[ADC").text(plainText(adc)).text("]").endLine();
+        out.text("range=").text(plainText(static_cast<int64_t>(c.size()))).endLine();
+        out.text("active=").text(adc == 1 ? "1" : "0").endLine();
+        out.text("realtime=").text(plainText(RealTime)).text(".000000").endLine();
+        out.text("livetime=").text(plainText(LiveTime)).text(".000000").endLine();
+    }
+    out.text("[DATA0,").text(plainText(static_cast<int64_t>(c.size()))).text(" ]").endLine();
+    valuesOnePerLine(out, c);
+    out.close();
+}
+
+// Bruker Esprit: one element a line, the channel list on the <Channels> line.
+void writeSpx(const std::string& dir, const std::vector<int64_t>& c) {
+    TextWriter out(dir + "/bruker.spx");
+    out.text("<?xml version=\"1.0\" encoding=\"WINDOWS-1252\" standalone=\"yes\"?>").endLine();
+    out.text("<TRTSpectrum>").endLine();
+    out.text("<ClassInstance Type=\"XXXSpectrum\" Name=\"Kestro example\">").endLine();
+    out.text("<RealTime>").text(plainText(RealTime)).text("</RealTime>").endLine();
+    out.text("<LifeTime>").text(plainText(LiveTime)).text("</LifeTime>").endLine();
+    out.text("<Date>21.11.2026</Date>").endLine();
+    out.text("<Time>09:30:00</Time>").endLine();
+    out.text("<ChannelCount>").text(plainText(static_cast<int64_t>(c.size()))).text("</ChannelCount>").endLine();
+    out.text("<CalibAbs>-0.95</CalibAbs>").endLine();
+    out.text("<CalibLin>0.01</CalibLin>").endLine();
+    out.text("<Channels>");
+    for (size_t i = 0; i < c.size(); ++i) out.text(i ? "," : "").text(plainText(c[i]));
+    out.text("</Channels>").endLine().text("</ClassInstance>").endLine().text("</TRTSpectrum>").endLine();
+    out.close();
+}
+
+// Generic XML: a data block of <Data> groups, each an X and a Y element.
+void writeXml(const std::string& dir, const std::vector<int64_t>& c) {
+    TextWriter out(dir + "/generic.xml");
+    out.text("<?xml version=\"1.0\"?>").endLine().text("<DataBlock>").endLine();
+    for (size_t i = 0; i < c.size(); ++i) {
+        out.text("<Data>").endLine();
+        out.text("<X>").text(formatNumber(0.5 * static_cast<double>(i), "0.0")).text("</X>").endLine();
+        out.text("<Y>").text(plainText(c[i])).text("</Y>").endLine();
+        out.text("</Data>").endLine();
+    }
+    out.text("</DataBlock>").endLine();
+    out.close();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -92,5 +210,14 @@ int main(int argc, char** argv) {
     writeWithHeader(dir + "/simulated.sim", "SIM", 12, c);
     writeDat(dir, c);
     writeOdf(dir, c);
+    writeCnf(dir, c);
+    writeChn(dir, c);
+    writeSpu(dir, c);
+    writeBin(dir, c);
+    writeS100(dir, c);
+    writeS35(dir, c);
+    writeMpa(dir, c);
+    writeSpx(dir, c);
+    writeXml(dir, c);
     return 0;
 }

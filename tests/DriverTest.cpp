@@ -207,10 +207,10 @@ TEST_F(DriverTest, OptionDispatchWhenNoExtensionMatches) {
 }
 
 TEST_F(DriverTest, FormatsStillToComeSayTheyAreNotAvailable) {
-    queue("g.cnf", "");
+    queue("g.raw", "");
     EXPECT_EQ(run(), RunOutcome::ErrorHandled);
     EXPECT_EQ(host.boxes.at(0).text,
-              "! CHECK FOR ERROR !\nError 1004 The Genie2K CNF input format is not available yet in 'ODF writing'"
+              "! CHECK FOR ERROR !\nError 1004 The Bruker/AXS RAW input format is not available yet in 'ODF writing'"
               "       \n\n");
 }
 

@@ -49,7 +49,11 @@ private:
     template <typename T>
     T read(int64_t offset) const {
         T v;
-        copy(offset, &v, sizeof v);  // this platform is little-endian, as the files are
+        // This platform is little-endian, as the files are.
+        if (offset >= 0 && offset <= length() - static_cast<int64_t>(sizeof v))
+            std::memcpy(&v, data_.data() + offset, sizeof v);
+        else
+            copy(offset, &v, sizeof v);
         return v;
     }
 

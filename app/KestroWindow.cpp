@@ -1,0 +1,470 @@
+#include "app/KestroWindow.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QFileSystemModel>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStorageInfo>
+#include <QSysInfo>
+#include <QToolTip>
+#include <QTreeView>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "core/Driver.h"
+#include "core/FormatTable.h"
+#include "plot/SpecPlot.h"
+
+using namespace kestro;
+
+namespace {
+
+QString qs(const std::string& s) { return QString::fromLocal8Bit(s.data(), static_cast<qsizetype>(s.size())); }
+std::string ss(const QString& s) { return s.toLocal8Bit().toStdString(); }
+
+QLabel* label(const QString& name, const QString& caption, QWidget* parent) {
+    auto* l = new QLabel(caption, parent);
+    l->setObjectName(name);
+    l->setFont(QFont("Arial"));
+    return l;
+}
+
+template <typename W>
+W* named(W* widget, const QString& name, const QString& toolTip = QString()) {
+    widget->setObjectName(name);
+    if (!toolTip.isEmpty()) widget->setToolTip(toolTip);
+    return widget;
+}
+
+// The patterns of the "type extension" box, separated by ";", matched
+// without regard to case, as instrument files come in both.
+QStringList patternList(const std::string& pattern) {
+    QStringList list;
+    for (const QString& p : qs(pattern).split(';', Qt::SkipEmptyParts)) list << p.trimmed();
+    return list;
+}
+
+}  // namespace
+
+Kestro::Kestro(const QString& commandLine, QWidget* parent) : QWidget(parent), session_(*this) {
+    setObjectName("Kestro");
+    setWindowTitle("Data format conversion");
+    setAcceptDrops(true);
+    createControls();
+    arrangeControls();
+    connectHandlers();
+    plot_ = new SpecPlot(this);
+    session_.commandLine = ss(commandLine);
+    formLoad(session_);
+    fillDrives();
+    showFolder(QDir::currentPath());
+}
+
+Kestro::~Kestro() = default;
+
+void Kestro::createControls() {
+    Drive1 = named(new QComboBox(this), "Drive1", "select drive");
+    folders_ = new QFileSystemModel(this);
+    folders_->setFilter(QDir::AllDirs | QDir::NoDotAndDotDot);
+    folders_->setRootPath("/");
+    Dir1 = named(new QTreeView(this), "Dir1", "select folder");
+    Dir1->setModel(folders_);
+    for (int c = 1; c < folders_->columnCount(); ++c) Dir1->hideColumn(c);
+    Dir1->header()->hide();
+    File1 = named(new QListWidget(this), "File1", "select file");
+    File1->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    File1->setMouseTracking(true);
+    File1->viewport()->installEventFilter(this);
+    Text1 = named(new QLineEdit(this), "Text1", "type extension");
+    Combo1 = named(new QComboBox(this), "Combo1");
+    Combo1->setEditable(true);
+    Combo1->setInsertPolicy(QComboBox::NoInsert);
+    for (const FormatEntry& entry : formatTable) Combo1->addItem(entry.text);
+    List1 = named(new QListWidget(this), "List1", "select to remove");
+    List1->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    List1->setMouseTracking(true);
+    List1->viewport()->installEventFilter(this);
+    List2 = named(new QListWidget(this), "List2");
+    List2->hide();  // the full paths, kept beside the names
+    addfile = named(new QPushButton("Add files", this), "addfile");
+    remove = named(new QPushButton("Remove", this), "remove");
+    RunCode = named(new QPushButton("Convert", this), "RunCode", "convert the queued files");
+    End = named(new QPushButton("End", this), "End");
+    About = named(new QPushButton("About", this), "About");
+    Help = named(new QPushButton("Help", this), "Help");
+    SPE = named(new QCheckBox(this), "SPE");
+    SPO = named(new QCheckBox(this), "SPO");
+    cOMDAQ = named(new QCheckBox(this), "cOMDAQ");
+    cDXP = named(new QCheckBox(this), "cDXP");
+    DsGr = named(new QCheckBox(this), "DsGr");
+    LogScale = named(new QCheckBox(this), "LogScale");
+    // The captions "SPE [AIEA]" and "SPO [Gpx]" are kept as users know them.
+    MakeSPE = label("MakeSPE", "SPE [AIEA]", this);
+    MakeSPO = label("MakeSPO", "SPO [Gpx]", this);
+    rOMDAQ = label("rOMDAQ", "OMDAQ", this);
+    rDXP = label("rDXP", "DXPout", this);
+    displayGraph = label("displayGraph", "GRAPH", this);
+    linlogLabel = label("linlogLabel", "LOG", this);
+    Text2 = named(new QLineEdit(this), "Text2");
+    Text2->setReadOnly(true);
+    ProgressBar1 = named(new QProgressBar(this), "ProgressBar1");
+    ProgressBar1->setRange(0, 100);
+    ProgressBar1->setValue(0);
+    Label1 = label("Label1", "Folders:", this);
+    Label2 = label("Label2", "File Names:", this);
+    Label3 = label("Label3", "File Types:", this);
+}
+
+void Kestro::arrangeControls() {
+    auto boxWithLabel = [this](QCheckBox* box, QLabel* caption) {
+        auto* row = new QHBoxLayout;
+        row->addWidget(box);
+        row->addWidget(caption);
+        row->addStretch();
+        caption->setBuddy(box);
+        return row;
+    };
+    auto* browse = new QGridLayout;
+    browse->addWidget(Label1, 0, 0);
+    browse->addWidget(Label2, 0, 1);
+    browse->addWidget(Drive1, 1, 0);
+    browse->addWidget(Text1, 1, 1);
+    browse->addWidget(Dir1, 2, 0);
+    browse->addWidget(File1, 2, 1);
+    browse->addWidget(Label3, 3, 0);
+    browse->addWidget(Combo1, 3, 1);
+    browse->setRowStretch(2, 1);
+
+    auto* queueButtons = new QHBoxLayout;
+    queueButtons->addWidget(addfile);
+    queueButtons->addWidget(remove);
+    auto* queue = new QVBoxLayout;
+    queue->addLayout(queueButtons);
+    queue->addWidget(List1, 1);
+    queue->addWidget(List2);
+
+    auto* outputs = new QVBoxLayout;
+    outputs->addLayout(boxWithLabel(SPE, MakeSPE));
+    outputs->addLayout(boxWithLabel(SPO, MakeSPO));
+    outputs->addLayout(boxWithLabel(cOMDAQ, rOMDAQ));
+    outputs->addLayout(boxWithLabel(cDXP, rDXP));
+    outputs->addLayout(boxWithLabel(DsGr, displayGraph));
+    outputs->addLayout(boxWithLabel(LogScale, linlogLabel));
+    outputs->addStretch();
+    outputs->addWidget(RunCode);
+    outputs->addWidget(Help);
+    outputs->addWidget(About);
+    outputs->addWidget(End);
+
+    auto* top = new QHBoxLayout;
+    top->addLayout(browse, 3);
+    top->addLayout(queue, 2);
+    top->addLayout(outputs, 0);
+
+    auto* status = new QHBoxLayout;
+    status->addWidget(Text2, 2);
+    status->addWidget(ProgressBar1, 1);
+
+    auto* whole = new QVBoxLayout(this);
+    whole->addLayout(top, 1);
+    whole->addLayout(status);
+    resize(900, 560);
+}
+
+void Kestro::connectHandlers() {
+    connect(Drive1, &QComboBox::activated, this, &Kestro::Drive1_Change);
+    connect(Dir1, &QTreeView::clicked, this, &Kestro::Dir1_Click);
+    connect(File1, &QListWidget::itemDoubleClicked, this, &Kestro::File1_DblClick);
+    connect(addfile, &QPushButton::clicked, this, &Kestro::addfile_Click);
+    connect(remove, &QPushButton::clicked, this, &Kestro::remove_Click);
+    connect(SPE, &QCheckBox::clicked, this, &Kestro::SPE_Click);
+    connect(SPO, &QCheckBox::clicked, this, &Kestro::SPO_Click);
+    connect(LogScale, &QCheckBox::clicked, this, &Kestro::LogScale_Click);
+    connect(cOMDAQ, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.cOMDAQ = on; });
+    connect(cDXP, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.cDXP = on; });
+    connect(DsGr, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.DsGr = on; });
+    connect(RunCode, &QPushButton::clicked, this, &Kestro::RunCode_Click);
+    connect(Help, &QPushButton::clicked, this, &Kestro::Help_Click);
+    connect(About, &QPushButton::clicked, this, &Kestro::About_Click);
+    connect(End, &QPushButton::clicked, this, &Kestro::End_Click);
+    connect(Text1, &QLineEdit::textEdited, this, &Kestro::Text1_Change);
+    connect(Combo1, &QComboBox::activated, this, &Kestro::Combo1_Click);
+    connect(Combo1->lineEdit(), &QLineEdit::textEdited, this, &Kestro::Combo1_Change);
+}
+
+// ---- drives, folders, files ----
+
+void Kestro::fillDrives() {
+    Drive1->clear();
+    for (const QStorageInfo& volume : QStorageInfo::mountedVolumes())
+        if (volume.isValid() && volume.isReady()) Drive1->addItem(volume.rootPath());
+    if (Drive1->findText("/") < 0) Drive1->insertItem(0, "/");
+}
+
+void Kestro::Drive1_Change(int index) {
+    const QString drive = Drive1->itemText(index);
+    QDir root(drive);
+    if (!root.exists() || !root.isReadable()) {
+        const QString fallback = QDir::rootPath();
+        messageBox(ss("Error! Drive not ready or not readable: [disk " + drive + "]\nReverting to " + fallback),
+                   BoxIcon::Exclamation, BoxButtons::Ok);
+        Drive1->setCurrentIndex(std::max(0, Drive1->findText(fallback)));
+        showFolder(fallback);
+        return;
+    }
+    showFolder(drive);
+}
+
+void Kestro::showFolder(const QString& path) {
+    folder_ = QDir(path).absolutePath();
+    const QModelIndex index = folders_->index(folder_);
+    Dir1->setCurrentIndex(index);
+    Dir1->scrollTo(index);
+    Dir1->expand(index);
+    fillFileList();
+}
+
+void Kestro::Dir1_Click(const QModelIndex& index) {
+    const QString text = folders_->fileName(index);
+    const bool fits = Dir1->fontMetrics().horizontalAdvance(text) < Dir1->viewport()->width();
+    Dir1->setToolTip(fits ? "select folder" : folders_->filePath(index));
+    showFolder(folders_->filePath(index));
+}
+
+void Kestro::fillFileList() {
+    File1->clear();
+    QDir dir(folder_);
+    dir.setFilter(QDir::Files);
+    dir.setNameFilters(patternList(session_.filePattern));
+    dir.setSorting(QDir::Name | QDir::IgnoreCase);
+    File1->addItems(dir.entryList());
+}
+
+void Kestro::File1_DblClick() { addfile->click(); }
+
+void Kestro::addfile_Click() {
+    QStringList paths;
+    for (int row = 0; row < File1->count(); ++row)
+        if (File1->item(row)->isSelected()) paths << QDir(folder_).filePath(File1->item(row)->text());
+    queueFiles(paths);
+}
+
+void Kestro::queueFiles(const QStringList& fullPaths) {
+    for (const QString& path : fullPaths) session_.addToQueue(ss(QFileInfo(path).fileName()), ss(path));
+    afterQueueing();
+}
+
+void Kestro::afterQueueing() {
+    Text2->clear();
+    ProgressBar1->setValue(0);
+}
+
+void Kestro::remove_Click() {
+    for (int row = List1->count() - 1; row >= 0; --row) {
+        if (!List1->item(row)->isSelected()) continue;
+        session_.List1.erase(session_.List1.begin() + row);
+        session_.List2.erase(session_.List2.begin() + row);
+    }
+    queueChanged();
+}
+
+void Kestro::dragEnterEvent(QDragEnterEvent* event) {
+    if (event->mimeData()->hasUrls()) event->acceptProposedAction();
+}
+
+void Kestro::dropEvent(QDropEvent* event) {
+    QStringList paths;
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile() && QFileInfo(url.toLocalFile()).isFile()) paths << url.toLocalFile();
+    queueFiles(paths);
+    event->acceptProposedAction();
+}
+
+// The entry under the mouse becomes the list's tool tip, "(empty)" below the last.
+bool Kestro::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::MouseMove) {
+        for (QListWidget* list : {File1, List1}) {
+            if (watched != list->viewport()) continue;
+            QListWidgetItem* item = list->itemAt(static_cast<QMouseEvent*>(event)->position().toPoint());
+            list->setToolTip(item ? item->text() : "(empty)");
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+// ---- format and boxes ----
+
+void Kestro::Text1_Change(const QString& text) {
+    kestro::Text1_Change(session_, ss(text));
+    boxesChanged();
+}
+
+void Kestro::Combo1_Click(int index) {
+    kestro::Combo1_Click(session_, index);
+    boxesChanged();
+}
+
+void Kestro::Combo1_Change(const QString& text) {
+    kestro::Combo1_Change(session_, ss(text));
+    boxesChanged();
+}
+
+void Kestro::SPE_Click(bool checked) {
+    session_.changeBoxes([checked](Boxes& b) {
+        b.SPE = checked;
+        if (checked) b.SPO = false;
+    });
+}
+
+void Kestro::SPO_Click(bool checked) {
+    session_.changeBoxes([checked](Boxes& b) {
+        b.SPO = checked;
+        if (checked) b.SPE = false;
+    });
+}
+
+void Kestro::LogScale_Click(bool checked) {
+    session_.boxes.LogScale = checked;
+    linlogLabel->setText(checked ? "log" : "lin");
+}
+
+// ---- the batch ----
+
+void Kestro::RunCode_Click() {
+    // Input waits until the run ends: the batch runs here, and only painting
+    // is let through while it does.
+    RunCode->setEnabled(false);
+    kestro::RunCode_Click(session_);
+    RunCode->setEnabled(true);
+}
+
+void Kestro::paintNow() { QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents); }
+
+void Kestro::showStatus(const std::string& text, StatusColour colour) {
+    QPalette pal = Text2->palette();
+    pal.setColor(QPalette::Text, colour == StatusColour::Red ? QColor(255, 0, 0) : QColor(0, 0, 255));
+    Text2->setPalette(pal);
+    Text2->setText(qs(text));
+    paintNow();
+}
+
+void Kestro::showProgress(int value) {
+    ProgressBar1->setValue(value);
+    paintNow();
+}
+
+void Kestro::beep() { QApplication::beep(); }
+
+Answer Kestro::messageBox(const std::string& text, BoxIcon icon, BoxButtons buttons) {
+    if (answerMessage) return answerMessage(text, icon, buttons);
+    static const QMessageBox::Icon icons[] = {QMessageBox::NoIcon, QMessageBox::Critical, QMessageBox::Warning,
+                                              QMessageBox::Information, QMessageBox::Question};
+    QMessageBox box(icons[static_cast<int>(icon)], QApplication::applicationName(), qs(text),
+                    buttons == BoxButtons::YesNo ? QMessageBox::Yes | QMessageBox::No : QMessageBox::Ok, this);
+    const int pressed = box.exec();
+    if (buttons == BoxButtons::Ok) return Answer::Ok;
+    return pressed == QMessageBox::Yes ? Answer::Yes : Answer::No;
+}
+
+void Kestro::plot(const PlotPoints& points, int64_t, const std::string& name) {
+    plot_->plot(points, qs(name), size(), session_.boxes.LogScale);
+    plot_->show();
+    plot_->raise();
+    paintNow();
+}
+
+void Kestro::applyScale(bool logarithmic) {
+    plot_->applyScale(logarithmic);
+    paintNow();
+}
+
+void Kestro::wait(double seconds) {
+    QElapsedTimer timer;
+    timer.start();
+    const qint64 until = static_cast<qint64>(seconds * waitScale * 1000);
+    do {
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, 50);
+    } while (timer.elapsed() < until);
+}
+
+void Kestro::boxesChanged() {
+    if (syncing_) return;
+    syncing_ = true;
+    const Boxes& b = session_.boxes;
+    SPE->setChecked(b.SPE);
+    SPO->setChecked(b.SPO);
+    cOMDAQ->setChecked(b.cOMDAQ);
+    cDXP->setChecked(b.cDXP);
+    DsGr->setChecked(b.DsGr);
+    LogScale->setChecked(b.LogScale);
+    for (QWidget* w : {static_cast<QWidget*>(cOMDAQ), static_cast<QWidget*>(rOMDAQ)}) w->setVisible(b.omdaqVisible);
+    for (QWidget* w : {static_cast<QWidget*>(cDXP), static_cast<QWidget*>(rDXP)}) w->setVisible(b.dxpVisible);
+    if (Text1->text() != qs(session_.typedText)) Text1->setText(qs(session_.typedText));
+    if (Combo1->currentText() != qs(session_.comboText)) Combo1->setEditText(qs(session_.comboText));
+    if (File1->property("pattern").toString() != qs(session_.filePattern)) {
+        File1->setProperty("pattern", qs(session_.filePattern));
+        fillFileList();
+    }
+    syncing_ = false;
+    paintNow();
+}
+
+void Kestro::queueChanged() {
+    List1->clear();
+    List2->clear();
+    for (const std::string& name : session_.List1) List1->addItem(qs(name));
+    for (const std::string& path : session_.List2) List2->addItem(qs(path));
+    paintNow();
+}
+
+// ---- help, about, end ----
+
+void Kestro::Help_Click() {
+    const QString document = QDir(QCoreApplication::applicationDirPath()).filePath("Kestro.pdf");
+    if (!QFileInfo::exists(document) || !QDesktopServices::openUrl(QUrl::fromLocalFile(document)))
+        messageBox(ss("The help document could not be opened: " + document), BoxIcon::Exclamation, BoxButtons::Ok);
+}
+
+void Kestro::About_Click() {
+    QDialog about(this);
+    about.setObjectName("AboutBox");
+    about.setWindowTitle("About Kestro");
+    auto* layout = new QVBoxLayout(&about);
+    layout->addWidget(new QLabel("<b>Kestro</b> " + QApplication::applicationVersion(), &about));
+    layout->addWidget(new QLabel("Converts spectra and scans from laboratory instruments into plain text\n"
+                                 "formats for plotting and fitting programs.",
+                                 &about));
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok, &about);
+    QPushButton* system = buttons->addButton("System Info...", QDialogButtonBox::ActionRole);
+    system->setObjectName("SystemInfo");
+    connect(system, &QPushButton::clicked, &about, [this] {
+        const QString info = QString("System: %1\nKernel: %2 %3\nCPU: %4\nHost: %5\nQt: %6")
+                                 .arg(QSysInfo::prettyProductName(), QSysInfo::kernelType(),
+                                      QSysInfo::kernelVersion(), QSysInfo::currentCpuArchitecture(),
+                                      QSysInfo::machineHostName(), qVersion());
+        messageBox(ss(info), BoxIcon::Information, BoxButtons::Ok);
+    });
+    connect(buttons, &QDialogButtonBox::accepted, &about, &QDialog::accept);
+    layout->addWidget(buttons);
+    about.exec();
+}
+
+void Kestro::End_Click() { close(); }

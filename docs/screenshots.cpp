@@ -1,0 +1,61 @@
+// Takes the README's pictures: the main window with a queue, and the plot of
+// a converted spectrum. Run under a real X server (scripts/screenshots.sh
+// starts one with Xvfb).
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTimer>
+#include <cstdio>
+
+#include "app/KestroWindow.h"
+#include "core/FormatTable.h"
+#include "plot/SpecPlot.h"
+
+namespace {
+
+void settle() {
+    for (int i = 0; i < 20; ++i) QCoreApplication::processEvents();
+}
+
+void save(QWidget* widget, const QString& path) {
+    settle();
+    if (!widget->grab().save(path)) std::fprintf(stderr, "could not write %s\n", qPrintable(path));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QApplication app(argc, argv);
+    QApplication::setApplicationName("Kestro");
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: kestro-screenshots OUTPUT_FOLDER EXAMPLES_FOLDER\n");
+        return 2;
+    }
+    const QDir out(QString::fromLocal8Bit(argv[1]));
+    const QString examples = QString::fromLocal8Bit(argv[2]);
+
+    Kestro window;
+    window.waitScale = 0.1;
+    window.answerMessage = [](const std::string&, kestro::BoxIcon, kestro::BoxButtons) { return kestro::Answer::Ok; };
+    window.move(0, 0);
+    window.show();
+    window.findChild<QLineEdit*>("Text1")->setText("*.*");
+    kestro::Text1_Change(window.session(), "*.cnf;*.chn;*.spe;*.spx");
+    window.boxesChanged();
+    window.showFolder(examples);
+    auto* files = window.findChild<QListWidget*>("File1");
+    for (int row = 0; row < files->count(); ++row) files->item(row)->setSelected(true);
+    window.findChild<QPushButton*>("addfile")->click();
+    window.findChild<QCheckBox*>("SPE")->click();
+    window.findChild<QCheckBox*>("DsGr")->click();
+    save(&window, out.filePath("kestro-window.png"));
+
+    window.findChild<QPushButton*>("RunCode")->click();
+    window.specPlot()->move(60, 60);
+    save(window.specPlot(), out.filePath("kestro-plot.png"));
+    save(&window, out.filePath("kestro-finished.png"));
+    return 0;
+}
