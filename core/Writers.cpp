@@ -15,10 +15,12 @@ namespace kestro {
 
 void DataBlock::field(std::string_view text) {
     if (text.size() <= DataFieldWidth) {
-        // One append of a whole field: the common case, kept cheap.
+        // One append of a whole field, built with plain loops: the common
+        // case, run once per channel.
         char f[DataFieldWidth + 2];
-        std::memset(f, ' ', DataFieldWidth);
-        std::memcpy(f + DataFieldWidth - text.size(), text.data(), text.size());
+        const size_t pad = DataFieldWidth - text.size();
+        for (size_t i = 0; i < pad; ++i) f[i] = ' ';
+        for (size_t i = 0; i < text.size(); ++i) f[pad + i] = text[i];
         size_t n = DataFieldWidth;
         if (++count_ % FieldsPerLine == 0) {
             f[n++] = '\r';

@@ -152,8 +152,31 @@ char* writePrintItem(char* p, int64_t v) {
         "8081828384858687888990919293949596979899";
     *p++ = v < 0 ? '-' : ' ';
     uint64_t u = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-    char digits[20];
-    char* d = digits + sizeof digits;
+    // The digits are written in place from the last one back, two at a time:
+    // no library call for a few bytes.
+    static constexpr uint64_t Tens[] = {10ull,
+                                        100ull,
+                                        1000ull,
+                                        10000ull,
+                                        100000ull,
+                                        1000000ull,
+                                        10000000ull,
+                                        100000000ull,
+                                        1000000000ull,
+                                        10000000000ull,
+                                        100000000000ull,
+                                        1000000000000ull,
+                                        10000000000000ull,
+                                        100000000000000ull,
+                                        1000000000000000ull,
+                                        10000000000000000ull,
+                                        100000000000000000ull,
+                                        1000000000000000000ull,
+                                        10000000000000000000ull};
+    int length = 1;
+    while (length < 20 && u >= Tens[length - 1]) ++length;
+    char* end = p + length;
+    char* d = end;
     while (u >= 100) {
         d -= 2;
         std::memcpy(d, Pairs + (u % 100) * 2, 2);
@@ -165,10 +188,8 @@ char* writePrintItem(char* p, int64_t v) {
     } else {
         *--d = static_cast<char>('0' + u);
     }
-    const size_t n = static_cast<size_t>(digits + sizeof digits - d);
-    std::memcpy(p, d, n);
-    p[n] = ' ';
-    return p + n + 1;
+    *end++ = ' ';
+    return end;
 }
 
 void appendPrintItem(std::string& out, double v) {
