@@ -1,9 +1,7 @@
 // kestro-convert as scripts see it: standard output, standard error, exit status.
 #include <sys/wait.h>
 
-#include <gtest/gtest.h>
-
-#include "TestFiles.h"
+#include "TestSupport.h"
 
 namespace kestro {
 namespace {
@@ -11,11 +9,7 @@ namespace {
 using testing::readFile;
 using testing::writeFile;
 
-struct Result {
-    int status;
-    std::string out;
-    std::string err;
-};
+struct Result { int status; std::string out; std::string err; };
 
 class CliTest : public ::testing::Test {
 protected:
@@ -35,15 +29,19 @@ TEST_F(CliTest, ConvertsQueuedFilesAndReportsEach) {
     EXPECT_EQ(r.out, dir.file("a.odf") + " done\n" + dir.file("b.odf") + " done\nFinished 2 files\n");
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(readFile(dir.file("a.spo")), " 2            0\r\n      10      20\r\n");
-}
 
-TEST_F(CliTest, EmptyQueueIsNotAFailure) {
-    Result r = convert("");
+    // A typed "-odat" token wraps the block.
+    writeFile(dir.file("k.dat"), "      10      11       3\r\n");
+    EXPECT_EQ(convert("--type -odat k.dat").status, 0);
+    EXPECT_EQ(readFile(dir.file("k.spo")), " 0            0\r\n      10      11       3\r\n\r\n");
+
+    // An empty queue is not a failure.
+    r = convert("");
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "Add files first !\n");
 }
 
-TEST_F(CliTest, MessagesGoToStandardErrorAndEndTheRunEarly) {
+TEST_F(CliTest, MessagesGoToStandardErrorAndFailuresSetTheExitStatus) {
     Result missing = convert("gone.dat");
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(missing.err, "information: ! CHECK FOR ERROR !\nError 53 File not found in 'ODF writing'       \n\n\n");
@@ -60,23 +58,15 @@ TEST_F(CliTest, MessagesGoToStandardErrorAndEndTheRunEarly) {
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.err,
               "critical: Option no longer supported! Set the SPE/SPO appropriate selection and try again!!\n");
-}
 
-TEST_F(CliTest, TypedDatTokenWrapsTheBlock) {
-    writeFile(dir.file("k.dat"), "      10      11       3\r\n");
-    Result r = convert("--type -odat k.dat");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(readFile(dir.file("k.spo")), " 0            0\r\n      10      11       3\r\n\r\n");
-}
-
-TEST_F(CliTest, BadCommandLinesConvertNothing) {
+    // Bad command lines convert nothing.
     writeFile(dir.file("a.odf"), "0 1\r\n");
     for (const char* args : {"--format 24 a.odf", "--format Genie a.odf", "--bogus a.odf", "--answer maybe a.odf"}) {
         Result r = convert(args);
         EXPECT_EQ(r.status, 2) << args;
         EXPECT_EQ(r.out, "") << args;
     }
-    EXPECT_FALSE(testing::exists(dir.file("a.dat")));
+    EXPECT_FALSE(std::filesystem::exists(dir.file("a.dat")));
 }
 
 }  // namespace

@@ -1,34 +1,20 @@
 // Genie2K CNF files through the driver: crafted files compared byte for
 // byte, the command-line switches, the errors, and the real samples.
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <optional>
-#include <vector>
 
-#include "ScriptedHost.h"
-#include "TestFiles.h"
-#include "core/Driver.h"
-#include "core/FormatTable.h"
-#include "core/Session.h"
-#include "core/runtime/BinaryOutput.h"
+#include "TestSupport.h"
 
 namespace kestro {
 namespace {
 
 using testing::readFile;
-using testing::writeFile;
 
 // 15-03-2019 (day 43539) 14:07:55 in 100 ns ticks from 17-Nov-1858.
 constexpr uint64_t StartTicks = ((43539ull + 15018) * 86400 + 14 * 3600 + 7 * 60 + 55) * 10'000'000;
 
 // Durations as the file holds them: minus the tick count, which reads back
 // one tick short, so 60 s shows as 59.9999999 s before rounding.
-struct Times {
-    uint64_t start = StartTicks;
-    int64_t realTicks = 600'000'000;
-    int64_t liveTicks = 531'700'000;
-};
+struct Times { uint64_t start = StartTicks; int64_t realTicks = 600'000'000; int64_t liveTicks = 531'700'000; };
 
 std::string timeRecord(const Times& t) {
     return BinaryBuilder().u8(0x01).u64(t.start).i64(-t.realTicks).i64(-t.liveTicks).bytes();
@@ -50,88 +36,59 @@ std::string cnfFile(uint16_t n, std::optional<Times> times, const std::vector<in
 const std::vector<int32_t> TenCounts = {111, 222, 3, -4, 123456789, 0, 7, 8, 9, 10};
 const std::string FirstLineAfterTimes = "       3      -4 123456789       0       7       8\r\n";
 
-class CnfReaderTest : public ::testing::Test {
-protected:
-    CnfReaderTest() : form(host) {
-        formLoad(form);
-        std::filesystem::current_path(dir.path());  // "Test.txt" goes to the current folder
-    }
-    ~CnfReaderTest() override { std::filesystem::current_path(previousFolder); }
+using CnfReaderTest = testing::ConversionTest;  // "Test.txt" goes to the current folder, the test's own
 
-    RunOutcome convert(const std::string& name, const std::string& bytes, bool spe, bool spo) {
-        std::string path = dir.file(name);
-        writeFile(path, bytes);
-        form.addToQueue(name, path);
-        form.boxes.SPE = spe;
-        form.boxes.SPO = spo;
-        return RunCode_Click(form);
-    }
-    std::string output(const std::string& name) { return readFile(dir.file(name)); }
-    std::string lastMessage() const { return host.boxes.empty() ? "" : host.boxes.back().text; }
-
-    std::filesystem::path previousFolder = std::filesystem::current_path();
-    testing::TempDir dir;
-    testing::ScriptedHost host;
-    Session form;
-};
-
-TEST_F(CnfReaderTest, SpeHasTheStartDateAndTimesAndNoTimesInTheData) {
-    ASSERT_EQ(convert("g.cnf", cnfFile(10, Times{}, TenCounts), true, false), RunOutcome::Finished);
-    EXPECT_EQ(output("g.spe"),
+TEST_F(CnfReaderTest, TimesGoToTheSpeHeaderOrToTheFirstTwoChannels) {
+    EXPECT_EQ(converted("g.cnf", cnfFile(10, Times{}, TenCounts), "g.spe", true),
               "$SPEC_ID:\r\n\r\n$DATE_MEA:\r\n15-03-2019  14:07:55\r\n$MEAS_TIM:\r\n        53        60\r\n"
               "$DATA:\r\n         0         9\r\n       0       0" +
                   FirstLineAfterTimes + "       9      10");
     EXPECT_EQ(form.sharedRealTime.toNumber(), 60);
     // The pass read the 10 values after the 8 header lines.
     EXPECT_EQ(form.valueCount, 10);
-    EXPECT_EQ(output("g.odf").substr(0, 24), " 0  0 \r\n 1  0 \r\n 2  3 \r\n");
-    EXPECT_EQ(host.statuses.front().first, dir.file("g.odf") + " done");
-}
 
-TEST_F(CnfReaderTest, SpoAndDatKeepTheTimesInChannelsOneAndTwo) {
+    // SPO and DAT keep the times in channels 1 and 2.
     form.commandLine = "/t";
-    convert("o.cnf", cnfFile(10, Times{}, TenCounts), false, true);
     // The start time continues the open last line, as it always did.
-    EXPECT_EQ(output("o.spo"), " 10           0\r\n      53      60" + FirstLineAfterTimes +
-                                   "       9      10Acq_Start_time: 15-03-2019 14:07:55\r\n");
+    EXPECT_EQ(converted("o.cnf", cnfFile(10, Times{}, TenCounts), "o.spo", false, true),
+              " 10           0\r\n      53      60" + FirstLineAfterTimes +
+                  "       9      10Acq_Start_time: 15-03-2019 14:07:55\r\n");
 
     form.commandLine = "/time";
     const std::vector<int32_t> eight(TenCounts.begin(), TenCounts.begin() + 8);
-    convert("d.cnf", cnfFile(8, Times{}, eight), false, false);
-    EXPECT_EQ(output("d.dat"), "      53      60" + FirstLineAfterTimes + "Acq_Start_time: 15-03-2019 14:07:55\r\n");
-    EXPECT_EQ(output("d.odf").substr(0, 16), " 0  53 \r\n 1  60 ");
+    EXPECT_EQ(converted("d.cnf", cnfFile(8, Times{}, eight), "d.dat"),
+              "      53      60" + FirstLineAfterTimes + "Acq_Start_time: 15-03-2019 14:07:55\r\n");
 }
 
-TEST_F(CnfReaderTest, WithoutTimesTheRealTimeIsTheOneLeftBefore) {
-    convert("first.cnf", cnfFile(10, Times{}, TenCounts), false, false);
+TEST_F(CnfReaderTest, SwitchesAndMissingTimeRecords) {
+    convert("first.cnf", cnfFile(10, Times{}, TenCounts));
 
     form.commandLine = "/noTime";
-    convert("skipped.cnf", cnfFile(10, Times{0, 9'990'000'000, 9'990'000'000}, TenCounts), true, false);
-    EXPECT_NE(output("skipped.spe").find("$DATE_MEA:\r\n17-11-1858  00:00:00\r\n$MEAS_TIM:\r\n         0        60\r\n"),
+    const std::string skipped =
+        converted("skipped.cnf", cnfFile(10, Times{0, 9'990'000'000, 9'990'000'000}, TenCounts), "skipped.spe", true);
+    EXPECT_NE(skipped.find("$DATE_MEA:\r\n17-11-1858  00:00:00\r\n$MEAS_TIM:\r\n         0        60\r\n"),
               std::string::npos);
 
     // The decoy's hidden record is never found: no time record at all.
     form.commandLine = "";
     form.sharedRealTime = Value::ofDouble(7.5);
-    convert("none.cnf", cnfFile(10, std::nullopt, TenCounts), false, false);
-    EXPECT_EQ(output("none.dat").substr(0, 16), "       0       8");  // 7.5 rounds half to even
+    EXPECT_EQ(converted("none.cnf", cnfFile(10, std::nullopt, TenCounts), "none.dat").substr(0, 16),
+              "       0       8");  // 7.5 rounds half to even
 
     // Two switches on one line match neither.
     form.commandLine = "/debug /time";
-    convert("both.cnf", cnfFile(8, Times{}, std::vector<int32_t>(8)), false, false);
-    EXPECT_EQ(output("both.dat").find("Acq_Start_time"), std::string::npos);
-    EXPECT_FALSE(testing::exists(dir.file("Test.txt")));
-}
+    EXPECT_EQ(converted("both.cnf", cnfFile(8, Times{}, std::vector<int32_t>(8)), "both.dat").find("Acq_Start_time"),
+              std::string::npos);
+    EXPECT_FALSE(written("Test.txt"));
 
-TEST_F(CnfReaderTest, DebugAppendsTheDecodedTimesToTestTxt) {
+    // "/deb" appends the decoded times to Test.txt.
     form.commandLine = "/deb";
-    convert("t.cnf", cnfFile(10, Times{}, TenCounts), true, false);
+    convert("t.cnf", cnfFile(10, Times{}, TenCounts), true);
     // Without a time record only the opening lines; the log is closed either way.
-    convert("none.cnf", cnfFile(10, std::nullopt, TenCounts), true, false);
-    ASSERT_EQ(host.lastStatus(), "Finished 1 files");
+    ASSERT_EQ(convert("none.cnf", cnfFile(10, std::nullopt, TenCounts), true), RunOutcome::Finished);
 
     // The current date and time ("dd-mm-yyyyat hh:mm:ss") are masked.
-    std::string log = readFile(dir.file("Test.txt"));
+    std::string log = output("Test.txt");
     const std::string opened = " on the ";
     for (size_t at = log.find(opened); at != std::string::npos; at = log.find(opened, at + 1))
         log.replace(at + opened.size(), 21, "<now>");
@@ -145,39 +102,25 @@ TEST_F(CnfReaderTest, DebugAppendsTheDecodedTimesToTestTxt) {
 }
 
 TEST_F(CnfReaderTest, BadValuesEndTheRunAndLeaveTheFilesOpen) {
-    struct Case {
-        const char* what;
-        std::string bytes;
-        bool spe, spo;
-        const char* error;
-    } cases[] = {
-        {"no channel count", std::string(100, '\0'), false, false, "Error 9 Subscript out of range"},
-        {"one channel", cnfFile(1, Times{}, {5}), false, false, "Error 9 Subscript out of range"},
-        {"32768 channels", cnfFile(0x8000, Times{}, {}), false, false, "Error 6 Overflow"},
-        {"more counts than bytes", cnfFile(100, Times{}, {}), false, false, "Error 63 Bad record number"},
-        {"both boxes", cnfFile(10, Times{}, TenCounts), true, true, "Error 9 Subscript out of range"},
-        {"real time beyond 32 bits", cnfFile(10, Times{StartTicks, 21'474'836'480'000'000, 10'000'000}, TenCounts), false,
-         false, "Error 6 Overflow"},
-        {"11-character live time", cnfFile(10, Times{StartTicks, 10'000'000, 10'000'000'010'000'000}, TenCounts), true, false,
-         "Error 5 Invalid procedure call or argument"},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(convert("bad.cnf", c.bytes, c.spe, c.spo), RunOutcome::ErrorHandled) << c.what;
-        EXPECT_NE(lastMessage().find(c.error), std::string::npos) << c.what << ": " << lastMessage();
-        form.files.closeAll();
-    }
-
-    convert("bad.cnf", std::string(100, '\0'), false, false);
-    EXPECT_EQ(convert("good.cnf", cnfFile(10, Times{}, TenCounts), false, false), RunOutcome::ErrorHandled);
-    EXPECT_NE(lastMessage().find("Error 55 File already open"), std::string::npos);
+    expectFailures("bad.cnf", {
+        {"no channel count", std::string(100, '\0'), "Error 9 Subscript out of range", 1},
+        {"one channel", cnfFile(1, Times{}, {5}), "Error 9 Subscript out of range", 1},
+        {"32768 channels", cnfFile(0x8000, Times{}, {}), "Error 6 Overflow", 1},
+        {"more counts than bytes", cnfFile(100, Times{}, {}), "Error 63 Bad record number", 1},
+        {"both boxes", cnfFile(10, Times{}, TenCounts), "Error 9 Subscript out of range", 1, true, true},
+        {"real time beyond 32 bits", cnfFile(10, Times{StartTicks, 21'474'836'480'000'000, 10'000'000}, TenCounts),
+         "Error 6 Overflow", 1},
+        {"11-character live time", cnfFile(10, Times{StartTicks, 10'000'000, 10'000'000'010'000'000}, TenCounts),
+         "Error 5 Invalid procedure call or argument", 2, true},
+    });
 }
 
 TEST_F(CnfReaderTest, RealFilesGiveTheirKnownChannelCountsAndTimes) {
     const std::string samples = KESTRO_SAMPLES_DIR "/cnf/";
     // The SPE lines after "$DATE_MEA:", "$MEAS_TIM:" and "$DATA:".
     auto convertSample = [&](const std::string& name) {
-        EXPECT_EQ(convert(name, readFile(samples + name), true, false), RunOutcome::Finished) << name;
-        const std::string spe = output(name.substr(0, name.size() - 4) + ".spe");
+        const std::string spe =
+            converted(name, readFile(samples + name), name.substr(0, name.size() - 4) + ".spe", true);
         auto after = [&](const std::string& tag) { return spe.substr(spe.find(tag) + tag.size() + 2, 20); };
         return std::vector<std::string>{after("$DATE_MEA:"), after("$MEAS_TIM:"), after("$DATA:")};
     };

@@ -1,32 +1,19 @@
 // The format selector's rows, the "type extension" token rules and the
 // start-up values.
-#include <gtest/gtest.h>
-
-#include "ScriptedHost.h"
-#include "core/FormatTable.h"
-#include "core/Session.h"
+#include "TestSupport.h"
 
 namespace kestro {
 namespace {
 
-class FormatTableTest : public ::testing::Test {
-protected:
-    FormatTableTest() : form(host) { formLoad(form); }
-    testing::ScriptedHost host;
-    Session form;
-};
+using FormatTableTest = testing::ConversionTest;
 
-TEST_F(FormatTableTest, StartUpValues) {
-    EXPECT_EQ(form.outputExt, (std::array<std::string, 3>{".dat", ".spe", ".spo"}));
+TEST_F(FormatTableTest, StartUpValuesAndEntryTexts) {
     EXPECT_EQ(form.typedText, "*.cnf");
     EXPECT_EQ(form.comboText, "*.cnf");
     EXPECT_EQ(form.filePattern, "*.cnf");
     EXPECT_EQ(form.formatOption, "");
-    EXPECT_FALSE(form.boxes.omdaqVisible);
-    EXPECT_FALSE(form.boxes.dxpVisible);
-}
-
-TEST_F(FormatTableTest, EntryTextsAreKeptExactly) {
+    EXPECT_FALSE(form.boxes.omdaqVisible || form.boxes.dxpVisible);
+    // Entry texts are kept exactly.
     EXPECT_STREQ(formatTable[18].text, "GAML (XLM/W3C) *.gaml");
     EXPECT_STREQ(formatTable[20].text, "DICOM (NEMA}");
     EXPECT_STREQ(formatTable[23].text, "Phillips/PAN *.rd");
@@ -39,8 +26,7 @@ TEST_F(FormatTableTest, ChoosingAnEntrySetsPatternOptionAndBoxes) {
     Combo1_Click(form, 3);  // Bruker SDD
     EXPECT_EQ(form.typedText, "*.spx");
     EXPECT_EQ(form.filePattern, "*.spx");
-    EXPECT_TRUE(form.boxes.SPE);
-    EXPECT_FALSE(form.boxes.SPO);
+    EXPECT_TRUE(form.boxes.SPE && !form.boxes.SPO);
 
     Combo1_Click(form, 6);  // S-100: the option token; boxes the row does not name stay
     EXPECT_EQ(form.formatOption, "S100");
@@ -62,9 +48,8 @@ TEST_F(FormatTableTest, ChoosingAnEntrySetsPatternOptionAndBoxes) {
     Combo1_Click(form, 20);
     EXPECT_EQ(form.formatOption, "DICOM");
     EXPECT_EQ(form.filePattern, "*.dcm;*.");
-}
 
-TEST_F(FormatTableTest, SpaEntryTurnsTheLogScaleOffOnlyWhenPlotting) {
+    // The SPA entry turns the log scale off only when plotting.
     form.boxes.LogScale = true;
     Combo1_Click(form, 15);
     EXPECT_TRUE(form.boxes.LogScale);
@@ -73,17 +58,14 @@ TEST_F(FormatTableTest, SpaEntryTurnsTheLogScaleOffOnlyWhenPlotting) {
     EXPECT_FALSE(form.boxes.LogScale);
 }
 
-TEST_F(FormatTableTest, TypedTokens) {
+TEST_F(FormatTableTest, TypedTokensAndTypingIntoTheSelector) {
     Text1_Change(form, "-odat");
     EXPECT_EQ(form.typedText, "*.dat");
     EXPECT_EQ(form.filePattern, "*.dat");
     EXPECT_EQ(form.formatOption, "-dat");
-    EXPECT_TRUE(form.boxes.SPO);
-    EXPECT_FALSE(form.boxes.SPE);
-
+    EXPECT_TRUE(form.boxes.SPO && !form.boxes.SPE);
     Text1_Change(form, "-DAT");
-    EXPECT_TRUE(form.boxes.SPE);
-    EXPECT_FALSE(form.boxes.SPO);
+    EXPECT_TRUE(form.boxes.SPE && !form.boxes.SPO);
 
     Text1_Change(form, "*.chn|");  // a trailing separator becomes ";" and goes to the selector
     EXPECT_EQ(form.typedText, "*.chn;");
@@ -93,9 +75,8 @@ TEST_F(FormatTableTest, TypedTokens) {
     Text1_Change(form, "/x");  // a leading separator clears the box
     EXPECT_EQ(form.typedText, "");
     EXPECT_EQ(form.filePattern, "");
-}
 
-TEST_F(FormatTableTest, TypingIntoTheSelector) {
+    // Typing into the selector.
     Combo1_Change(form, "*.odf");
     EXPECT_TRUE(form.boxes.omdaqVisible && form.boxes.dxpVisible);
     form.boxes.cOMDAQ = form.boxes.cDXP = true;
@@ -104,9 +85,8 @@ TEST_F(FormatTableTest, TypingIntoTheSelector) {
     EXPECT_FALSE(form.boxes.omdaqVisible || form.boxes.dxpVisible || form.boxes.cOMDAQ || form.boxes.cDXP);
 
     Combo1_Change(form, "-odat");
-    ASSERT_EQ(host.boxes.size(), 1u);
-    EXPECT_EQ(host.boxes[0].text, "Option no longer supported! Set the SPE/SPO appropriate selection and try again!!");
-    EXPECT_EQ(host.boxes[0].icon, BoxIcon::Critical);
+    EXPECT_EQ(message(), "Option no longer supported! Set the SPE/SPO appropriate selection and try again!!");
+    EXPECT_EQ(host.boxes.at(0).icon, BoxIcon::Critical);
     EXPECT_EQ(form.comboText, "*.cnf");
 }
 

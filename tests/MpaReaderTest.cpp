@@ -1,41 +1,15 @@
 // The FastComtec MPA/MP reader through the driver: crafted files in each
 // data format, outputs compared byte for byte, and the files it leaves open.
-#include <gtest/gtest.h>
-
-#include "ScriptedHost.h"
-#include "TestFiles.h"
-#include "core/Driver.h"
-#include "core/FormatTable.h"
-#include "core/Session.h"
-#include "core/runtime/BinaryOutput.h"
+#include "TestSupport.h"
 
 namespace kestro {
 namespace {
 
-using testing::exists;
-using testing::readFile;
-using testing::writeFile;
+using testing::failureBox;
+using MpaReaderTest = testing::ConversionTest;
 
 // The sections of ADCs 1 to 3 when only ADC 0 is of interest.
 const std::string QuietAdcs = "[ADC1]\r\n[ADC2]\r\n[ADC3]\r\n";
-
-class MpaReaderTest : public ::testing::Test {
-protected:
-    MpaReaderTest() : form(host) { formLoad(form); }
-
-    std::string queue(const std::string& name, const std::string& bytes) {
-        std::string path = dir.file(name);
-        writeFile(path, bytes);
-        form.addToQueue(name, path);
-        return path;
-    }
-    RunOutcome run() { return RunCode_Click(form); }
-    std::string lastBox() const { return host.boxes.empty() ? std::string() : host.boxes.back().text; }
-
-    testing::TempDir dir;
-    testing::ScriptedHost host;
-    Session form;
-};
 
 TEST_F(MpaReaderTest, AscSpectraOfActiveAdcsBecomeOneOdfEach) {
     // Times round half to even: live 13.5 gives 14, real 12.5 gives 12.
@@ -49,16 +23,15 @@ TEST_F(MpaReaderTest, AscSpectraOfActiveAdcsBecomeOneOdfEach) {
           "[DATA2,4 ]\r\nskipped\r\nskipped\r\n-3\r\ntext\r\n");
     form.boxes.DsGr = true;
     EXPECT_EQ(run(), RunOutcome::Finished);
-    EXPECT_EQ(readFile(dir.file("F0run.odf")), " 0  14 \r\n 1  12 \r\n 2  7 \r\n 3  1.5 \r\n 4  9 \r\n");
-    EXPECT_EQ(readFile(dir.file("F2run.odf")), " 0  99 \r\n 1  100 \r\n 2 -3 \r\n 3 text\r\n");
-    EXPECT_FALSE(exists(dir.file("F1run.odf")));
-    EXPECT_FALSE(exists(dir.file("F3run.odf")));
+    EXPECT_EQ(output("F0run.odf"), " 0  14 \r\n 1  12 \r\n 2  7 \r\n 3  1.5 \r\n 4  9 \r\n");
+    EXPECT_EQ(output("F2run.odf"), " 0  99 \r\n 1  100 \r\n 2 -3 \r\n 3 text\r\n");
+    EXPECT_FALSE(written("F1run.odf") || written("F3run.odf"));
     EXPECT_FALSE(form.boxes.DsGr);  // several spectra: no plot
     EXPECT_TRUE(host.plots.empty());
     EXPECT_FALSE(form.files.isOpen(1));
 }
 
-TEST_F(MpaReaderTest, SpeAndEmsaSpectraAlsoKeepTheirHeaderText) {
+TEST_F(MpaReaderTest, SpeEmsaAndBinaryDataFormats) {
     // "spe": the header copy runs to the next "[" line; two values after the
     // channel-range line are dropped.
     queue("s.mpa",
@@ -72,15 +45,14 @@ TEST_F(MpaReaderTest, SpeAndEmsaSpectraAlsoKeepTheirHeaderText) {
           "[DATA0]\r\n#FORMAT : EMSA\r\n#SPECTRUM : \r\n5, 6, 70, 80\r\n#ENDOFDATA : \r\n"
           "[DATA1]\r\n#SPECTRUM : \r\n1, 2, 3\r\n#ENDOFDATA : \r\n");
     EXPECT_EQ(run(), RunOutcome::Finished);
-    EXPECT_EQ(readFile(dir.file("F0s.spe")), "$SPEC_ID:\r\nid\r\n$DATA:\r\n0 3\r\n1 2 30 40\r\n");
-    EXPECT_EQ(readFile(dir.file("F0s.odf")), " 0  9 \r\n 1  10 \r\n 2  30 \r\n 3  40 \r\n");
-    EXPECT_EQ(readFile(dir.file("F0e.sde")), "#FORMAT : EMSA\r\n#SPECTRUM : \r\n5, 6, 70, 80\r\n#ENDOFDATA : \r\n");
-    EXPECT_EQ(readFile(dir.file("F0e.odf")), " 0  1 \r\n 1  2 \r\n 2  70 \r\n 3  80 \r\n");
-    EXPECT_EQ(readFile(dir.file("F1e.sde")), "#SPECTRUM : \r\n1, 2, 3\r\n#ENDOFDATA : \r\n");
-    EXPECT_EQ(readFile(dir.file("F1e.odf")), " 0  0 \r\n 1  0 \r\n 2  3 \r\n");
-}
+    EXPECT_EQ(output("F0s.spe"), "$SPEC_ID:\r\nid\r\n$DATA:\r\n0 3\r\n1 2 30 40\r\n");
+    EXPECT_EQ(output("F0s.odf"), " 0  9 \r\n 1  10 \r\n 2  30 \r\n 3  40 \r\n");
+    EXPECT_EQ(output("F0e.sde"), "#FORMAT : EMSA\r\n#SPECTRUM : \r\n5, 6, 70, 80\r\n#ENDOFDATA : \r\n");
+    EXPECT_EQ(output("F0e.odf"), " 0  1 \r\n 1  2 \r\n 2  70 \r\n 3  80 \r\n");
+    EXPECT_EQ(output("F1e.sde"), "#SPECTRUM : \r\n1, 2, 3\r\n#ENDOFDATA : \r\n");
+    EXPECT_EQ(output("F1e.odf"), " 0  0 \r\n 1  0 \r\n 2  3 \r\n");
 
-TEST_F(MpaReaderTest, BinaryCountsFollowEachFifteenByteSectionLine) {
+    // "dat": binary counts follow each 15-byte section line.
     BinaryBuilder file;
     file.text("mpafmt=dat\r\n[ADC0]\r\nrange=4\r\nactive=1\r\nrealtime=3\r\nlivetime=2\r\n"
               "[ADC1]\r\nrange=5\r\nactive=1\r\nrealtime=5\r\nlivetime=4\r\n[ADC2]\r\n[ADC3]\r\n");
@@ -89,8 +61,8 @@ TEST_F(MpaReaderTest, BinaryCountsFollowEachFifteenByteSectionLine) {
     file.text("[DATA1,5    ]\r\n").i32(1).i32(2).i32(3);
     queue("b.mpa", file.bytes());
     EXPECT_EQ(run(), RunOutcome::Finished);
-    EXPECT_EQ(readFile(dir.file("F0b.odf")), " 0  2 \r\n 1  3 \r\n 2  300 \r\n 3 -400 \r\n");
-    EXPECT_EQ(readFile(dir.file("F1b.odf")), " 0  4 \r\n 1  5 \r\n 2  3 \r\n 3  0 \r\n 4  0 \r\n");
+    EXPECT_EQ(output("F0b.odf"), " 0  2 \r\n 1  3 \r\n 2  300 \r\n 3 -400 \r\n");
+    EXPECT_EQ(output("F1b.odf"), " 0  4 \r\n 1  5 \r\n 2  3 \r\n 3  0 \r\n 4  0 \r\n");
     EXPECT_FALSE(form.files.isOpen(1));
 }
 
@@ -100,8 +72,8 @@ TEST_F(MpaReaderTest, MpFileReadsAdcZeroOnlyAndLeavesThePlotBoxAlone) {
                   "[ADC1]\r\nactive=1\r\n[DATA]\r\na\r\nb\r\n");
     form.boxes.DsGr = true;
     run();  // the plot stage then finds no "m.odf": the driver's part
-    EXPECT_EQ(readFile(dir.file("F0m.odf")), " 0  6 \r\n 1  8 \r\n");
-    EXPECT_FALSE(exists(dir.file("F1m.odf")));
+    EXPECT_EQ(output("F0m.odf"), " 0  6 \r\n 1  8 \r\n");
+    EXPECT_FALSE(written("F1m.odf"));
     EXPECT_TRUE(form.boxes.DsGr);
 }
 
@@ -116,45 +88,30 @@ TEST_F(MpaReaderTest, SeparatedSpectraAndUnknownExtensionsLeaveTheInputOpen) {
     EXPECT_EQ(host.boxes[0].buttons, BoxButtons::Ok);
     EXPECT_FALSE(form.boxes.DsGr);  // unchecked before the message
     // The next file finds number 1 still in use.
-    EXPECT_EQ(host.boxes[1].text, "! CHECK FOR ERROR !\nError 55 File already open in 'ODF writing'       \n\n");
+    EXPECT_EQ(host.boxes[1].text, failureBox("Error 55 File already open"));
 
-    form.files.closeAll();
-    host.boxes.clear();
     // The shown name's extension is everything after its first ".".
-    std::string path = dir.file("two.dots.mpa");
-    writeFile(path, "mpafmt=asc\r\n[ADC0]\r\nactive=1\r\n" + QuietAdcs + "[DATA]\r\n");
-    form.addToQueue("two.dots.mpa", path);
+    form.files.closeAll();
+    queue("two.dots.mpa", "mpafmt=asc\r\n[ADC0]\r\nactive=1\r\n" + QuietAdcs + "[DATA]\r\n");
     EXPECT_EQ(run(), RunOutcome::Finished);
-    EXPECT_TRUE(host.boxes.empty());
+    EXPECT_EQ(host.boxes.size(), 2u);
     EXPECT_TRUE(form.files.isOpen(1));
-    EXPECT_FALSE(exists(dir.file("F0two.odf")));
+    EXPECT_FALSE(written("F0two.odf"));
 }
 
-TEST_F(MpaReaderTest, BadHeadersEndTheFileWithTheRuntimeError) {
-    struct Case {
-        const char* what;
-        std::string bytes;
-        const char* error;
-    } cases[] = {
-        {"range beyond 16 bits", "mpafmt=asc\r\n[ADC0]\r\nrange=40000\r\n[ADC1]\r\n", "Error 6 Overflow"},
-        {"missing section", "mpafmt=asc\r\n[ADC0]\r\n[ADC1]\r\n", "Error 62 Input past end of file"},
+TEST_F(MpaReaderTest, BadHeadersEndTheRunAndLeaveTheFilesOpen) {
+    expectFailures("bad.mpa", {
+        {"range beyond 16 bits", "mpafmt=asc\r\n[ADC0]\r\nrange=40000\r\n[ADC1]\r\n", "Error 6 Overflow", 1},
+        {"missing section", "mpafmt=asc\r\n[ADC0]\r\n[ADC1]\r\n", "Error 62 Input past end of file", 1},
         {"too few values", "mpafmt=asc\r\n[ADC0]\r\nrange=9\r\nactive=1\r\n" + QuietAdcs + "[D]\r\na\r\nb\r\n1 2\r\n",
-         "Error 62 Input past end of file"},
+         "Error 62 Input past end of file", 2},
         {"time beyond 32 bits", "mpafmt=asc\r\n[ADC0]\r\nactive=1\r\nlivetime=3e9\r\n" + QuietAdcs + "[D]\r\n",
-         "Error 6 Overflow"},
-    };
-    for (const Case& c : cases) {
-        host.boxes.clear();
-        queue("bad.mpa", c.bytes);
-        EXPECT_EQ(run(), RunOutcome::ErrorHandled) << c.what;
-        EXPECT_NE(lastBox().find(c.error), std::string::npos) << c.what << ": " << lastBox();
-        EXPECT_TRUE(form.files.isOpen(1)) << c.what;  // a failing reader leaves its files open
-        form.files.closeAll();
-    }
+         "Error 6 Overflow", 2},
+    });
 }
 
 TEST_F(MpaReaderTest, RealMpa4aFileIsReadAsItsLayoutDirects) {
-    const std::string sample = readFile(KESTRO_SAMPLES_DIR "/mpa/Sample1_raw_data.mpa");
+    const std::string sample = testing::readFile(KESTRO_SAMPLES_DIR "/mpa/Sample1_raw_data.mpa");
     ASSERT_EQ(sample.substr(0, 13), "[MPA4A] 404\r\n");
 
     // Its first line "[MPA4A] 404" already ends the file header, so the
@@ -167,7 +124,7 @@ TEST_F(MpaReaderTest, RealMpa4aFileIsReadAsItsLayoutDirects) {
     EXPECT_EQ(run(), RunOutcome::Finished);
     EXPECT_TRUE(host.boxes.empty());
     EXPECT_FALSE(form.boxes.DsGr);
-    EXPECT_FALSE(exists(dir.file("F0Sample1_raw_data.odf")));
+    EXPECT_FALSE(written("F0Sample1_raw_data.odf"));
     EXPECT_FALSE(form.files.isOpen(1));
 
     // Without that first line the header's "sephead=1" counts.

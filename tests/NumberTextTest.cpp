@@ -1,12 +1,12 @@
-// Numbers to text and back: the digit rules every output depends on, the
-// leading-number rule, rounding into integers, patterns and hexadecimal.
-#include <gtest/gtest.h>
-
-#include <cmath>
+// Numbers and dates to text and back: the digit rules every output depends
+// on, the leading-number rule, rounding into integers, patterns,
+// hexadecimal, and day numbers from 30-Dec-1899.
+#include <array>
 #include <cstdint>
 #include <limits>
 
-#include "Raised.h"
+#include "TestSupport.h"
+#include "core/runtime/Dates.h"
 #include "core/runtime/NumberText.h"
 
 namespace kestro {
@@ -32,11 +32,10 @@ TEST(NumberTextTest, PlainTextDigitsAndExponentForm) {
     for (const Case& c : singles) EXPECT_EQ(plainText(static_cast<float>(c.v)), c.text) << c.v;
 
     // A Single keeps its 7 digits through a Value; the same bits as a Double show their error.
-    EXPECT_EQ(plainText(Value::ofSingle(0.1f)), "0.1");
-    EXPECT_EQ(plainText(Value::ofDouble(0.1f)), "0.100000001490116");
-    EXPECT_EQ(plainText(Value::ofInteger(-42)), "-42");
-    EXPECT_EQ(plainText(Value::ofText(" x ")), " x ");
-    EXPECT_EQ(plainText(Value{}), "");
+    const std::pair<std::string, const char*> values[] = {{plainText(Value::ofSingle(0.1f)), "0.1"},
+        {plainText(Value::ofDouble(0.1f)), "0.100000001490116"}, {plainText(Value::ofInteger(-42)), "-42"},
+        {plainText(Value::ofText(" x ")), " x "}, {plainText(Value{}), ""}};
+    for (const auto& [text, expected] : values) EXPECT_EQ(text, expected);
     std::string out = "n=";
     appendPlainText(out, 2.5e-6);
     appendPlainText(out, int64_t{-7});
@@ -44,36 +43,25 @@ TEST(NumberTextTest, PlainTextDigitsAndExponentForm) {
 }
 
 TEST(NumberTextTest, SignedTextPrintItemsAndPadding) {
-    EXPECT_EQ(signedText(2.5), " 2.5");
-    EXPECT_EQ(signedText(-2.5), "-2.5");
-    EXPECT_EQ(signedText(-0.0), " 0");
-    EXPECT_EQ(signedText(-0.0f), " 0");
-    EXPECT_EQ(signedText(0), " 0");
-    EXPECT_EQ(signedText(int64_t{-7}), "-7");
-    EXPECT_EQ(signedText(1e-5f), " 1E-05");
-    EXPECT_EQ(signedText(Value::ofText("-3 kg")), "-3");
-
-    EXPECT_EQ(printItem(Value::ofDouble(3)), " 3 ");
-    EXPECT_EQ(printItem(Value::ofDouble(-0.0)), " 0 ");
-    EXPECT_EQ(printItem(Value::ofInteger(-12)), "-12 ");
-    EXPECT_EQ(printItem(Value::ofSingle(1.0f / 3)), " 0.3333333 ");
-    EXPECT_EQ(printItem(Value::ofText("ab")), "ab");
-    EXPECT_EQ(printItem(Value{}), "");
+    const std::pair<std::string, const char*> texts[] = {
+        {signedText(2.5), " 2.5"}, {signedText(-2.5), "-2.5"}, {signedText(-0.0), " 0"}, {signedText(-0.0f), " 0"},
+        {signedText(0), " 0"}, {signedText(int64_t{-7}), "-7"}, {signedText(1e-5f), " 1E-05"},
+        {signedText(Value::ofText("-3 kg")), "-3"}, {printItem(Value::ofDouble(3)), " 3 "},
+        {printItem(Value::ofDouble(-0.0)), " 0 "}, {printItem(Value::ofInteger(-12)), "-12 "},
+        {printItem(Value::ofSingle(1.0f / 3)), " 0.3333333 "}, {printItem(Value::ofText("ab")), "ab"},
+        {printItem(Value{}), ""}, {rightAligned("42", 5), "   42"}, {rightAligned("12345678", 8), "12345678"},
+        {rightAligned("123456789", 8), "123456789"} /* never cut */, {spaces(0), ""}, {spaces(3), "   "},
+    };
+    for (const auto& [text, expected] : texts) EXPECT_EQ(text, expected);
     std::string line = "x";
     appendPrintItem(line, 1e15);
     appendPrintItem(line, int64_t{-1});
     appendPrintItem(line, int64_t{0});
     EXPECT_EQ(line, "x 1E+15 -1  0 ");
-
-    EXPECT_EQ(rightAligned("42", 5), "   42");
-    EXPECT_EQ(rightAligned("12345678", 8), "12345678");
-    EXPECT_EQ(rightAligned("123456789", 8), "123456789");  // never cut
-    EXPECT_EQ(spaces(0), "");
-    EXPECT_EQ(spaces(3), "   ");
     EXPECT_EQ(raised([] { spaces(-1); }).number(), err::InvalidCall);
 }
 
-TEST(NumberTextTest, LeadingNumberRule) {
+TEST(NumberTextTest, LeadingNumberRuleAndHexText) {
     struct Case { const char* text; double v; };
     const Case cases[] = {
         {"  1 2", 12}, {"\t3\n4", 34}, {"- 4", -4}, {"+7", 7}, {"1,5", 1}, {"5-3", 5},
@@ -83,6 +71,11 @@ TEST(NumberTextTest, LeadingNumberRule) {
         {"&HFFFFFFFF", -1}, {"&O17", 15}, {"&H", 0},
     };
     for (const Case& c : cases) EXPECT_EQ(leadingNumber(c.text), c.v) << '"' << c.text << '"';
+    // And back to hexadecimal text, in two's complement.
+    const std::pair<std::string, const char*> hex[] = {{hexText(-1, 16), "FFFF"}, {hexText(-1, 32), "FFFFFFFF"},
+        {hexText(-1), "FFFFFFFF"}, {hexText(-32768, 16), "8000"}, {hexText(255), "FF"}, {hexText(0xABCDEF), "ABCDEF"},
+        {hexText(0), "0"}};
+    for (const auto& [text, expected] : hex) EXPECT_EQ(text, expected);
     EXPECT_EQ(raised([] { leadingNumber("1e999"); }).number(), err::Overflow);
     EXPECT_EQ(raised([] { leadingNumber("-1D400"); }).number(), err::Overflow);
     EXPECT_EQ(raised([] { leadingNumber("&H100000000"); }).number(), err::Overflow);
@@ -110,7 +103,7 @@ TEST(NumberTextTest, RoundingHalfToEvenIntoIntegers) {
         EXPECT_EQ(raised([v] { roundToInt32(v); }).number(), err::Overflow) << v;
 }
 
-TEST(NumberTextTest, NumberPatternsRoundHalfAwayFromZero) {
+TEST(NumberTextTest, NumberAndTextPatterns) {
     struct Case { double v; const char* pattern; const char* text; };
     const Case cases[] = {
         // Rounding is on the 15-digit decimal, so 2.675 and 1.005 round up.
@@ -125,11 +118,10 @@ TEST(NumberTextTest, NumberPatternsRoundHalfAwayFromZero) {
         {5, "00", "05"}, {123, "00", "123"}, {-5, "00", "-05"}, {0.4, "00", "00"},
     };
     for (const Case& c : cases) EXPECT_EQ(formatNumber(c.v, c.pattern), c.text) << c.v << " with " << c.pattern;
-}
 
-TEST(NumberTextTest, TextPatternsFormatWhatTheTextHolds) {
-    struct Case { const char* text; const char* pattern; const char* result; };
-    const Case cases[] = {
+    // Text patterns format what the text holds.
+    struct TextCase { const char* text; const char* pattern; const char* result; };
+    const TextCase texts[] = {
         {"7", "@@@", "  7"}, {"1234", "@@@", "1234"}, {"", "@@", "  "},
         {"2.675", "0.00", "2.68"}, {" 1.5 ", " 0.####0", " 1.50000"}, {"1D2", "0.0", "100.0"},
         {"21-11-2026", "dd-mm-yyyy", "21-11-2026"}, {"2026-11-21", "dd-mmm-yyyy", "21-Nov-2026"},
@@ -138,17 +130,74 @@ TEST(NumberTextTest, TextPatternsFormatWhatTheTextHolds) {
         {"abc", "0.00", "abc"}, {"1,5", "0.0", "1,5"}, {"12 kg", "0.0", "12 kg"},
         {"abc", "dd-mm-yyyy", "abc"}, {"31-02-2026", "dd-mm-yyyy", "31-02-2026"},
     };
-    for (const Case& c : cases) EXPECT_EQ(formatText(c.text, c.pattern), c.result) << c.text << " with " << c.pattern;
+    for (const auto& c : texts) EXPECT_EQ(formatText(c.text, c.pattern), c.result) << c.text << " with " << c.pattern;
 }
 
-TEST(NumberTextTest, HexTextInTwosComplement) {
-    EXPECT_EQ(hexText(-1, 16), "FFFF");
-    EXPECT_EQ(hexText(-1, 32), "FFFFFFFF");
-    EXPECT_EQ(hexText(-1), "FFFFFFFF");
-    EXPECT_EQ(hexText(-32768, 16), "8000");
-    EXPECT_EQ(hexText(255), "FF");
-    EXPECT_EQ(hexText(0xABCDEF), "ABCDEF");
-    EXPECT_EQ(hexText(0), "0");
+std::array<int, 6> fields(const DateParts& p) { return {p.year, p.month, p.day, p.hour, p.minute, p.second}; }
+
+DateValue at(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) { return makeDate({y, mo, d, h, mi, s}); }
+
+TEST(DatesTest, DayNumbersAndPartsRoundTrip) {
+    struct Case { DateParts p; DateValue day; };
+    const Case cases[] = {
+        {{1899, 12, 30}, 0}, {{1899, 12, 31}, 1}, {{1900, 1, 1}, 2}, {{1900, 3, 1}, 61},
+        {{1970, 1, 1}, 25569}, {{2000, 2, 29}, 36585}, {{2026, 11, 21}, 46347},
+        {{1858, 11, 17}, -15018}, {{1899, 12, 29}, -1},
+        // Before day 0 the time still counts forward from midnight.
+        {{1858, 11, 17, 12}, -15018.5}, {{1899, 12, 29, 6}, -1.25}, {{2026, 11, 21, 18}, 46347.75},
+    };
+    for (const Case& c : cases) {
+        EXPECT_DOUBLE_EQ(makeDate(c.p), c.day) << c.p.year << '-' << c.p.month << '-' << c.p.day;
+        EXPECT_EQ(fields(splitDate(c.day)), fields(c.p)) << c.day;
+    }
+    const DateParts times[] = {{2026, 11, 21, 4, 43, 34}, {1899, 12, 30, 23, 59, 59}, {1858, 11, 17, 23, 59, 59},
+                               {2024, 2, 29, 0, 0, 1}, {9999, 12, 31, 12, 0, 0}};
+    for (const DateParts& p : times) EXPECT_EQ(fields(splitDate(makeDate(p))), fields(p)) << makeDate(p);
+
+    // To the nearest second, on into the next day on either side of day 0.
+    EXPECT_EQ(fields(splitDate(46347 + 86399.6 / 86400)), fields({2026, 11, 22}));
+    EXPECT_EQ(fields(splitDate(-15018 - 86399.6 / 86400)), fields({1858, 11, 18}));
+    EXPECT_EQ(fields(splitDate(46347 + 1.4 / 86400)), fields({2026, 11, 21, 0, 0, 1}));
+}
+
+TEST(DatesTest, DateTextsAndTextsReadBack) {
+    const DateValue when = at(2026, 11, 21, 4, 43, 34);
+    const std::pair<std::string, const char*> general[] = {{generalDate(when), "21-11-2026 04:43:34"},
+        {generalDate(at(2026, 11, 21)), "21-11-2026"}, {generalDate(0.75), "18:00:00"},
+        {generalDate(at(2026, 11, 21) + 0.4 / 86400), "21-11-2026"} /* under half a second */,
+        {generalDate(at(1899, 12, 30, 0, 0, 5)), "00:00:05"},
+        {generalDate(at(1858, 11, 17, 12)), "17-11-1858 12:00:00"}};
+    for (const auto& [text, expected] : general) EXPECT_EQ(text, expected);
+
+    struct Case { const char* pattern; const char* text; };
+    const Case cases[] = {
+        {"dd-mmm-yyyy", "21-Nov-2026"}, {"dd-mm-yyyy hh:mm:ss", "21-11-2026 04:43:34"},
+        {"hh:mm", "04:43"}, {"HH:MM", "04:43"}, {"h:n:s", "4:43:34"}, {"hhmmss", "044334"},
+        {"mm/dd/yy", "11/21/26"}, {"d/m/yyyy", "21/11/2026"}, {"dddd d mmmm yyyy", "Saturday 21 November 2026"},
+        {"ddd", "Sat"}, {"yyyy-mm-dd", "2026-11-21"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(formatDate(when, c.pattern), c.text) << c.pattern;
+    EXPECT_EQ(formatDate(at(1858, 11, 17), "ddd dd-mm-yy"), "Wed 17-11-58");
+
+    // And date texts read back.
+    struct Parsed { const char* text; DateValue day; };
+    const Parsed accepted[] = {
+        {"21-11-2026 04:43:34", at(2026, 11, 21, 4, 43, 34)}, {"2026-11-21", at(2026, 11, 21)},
+        {"15.11.2019", at(2019, 11, 15)}, {"21-Nov-2026", at(2026, 11, 21)}, {"21/11/2026", at(2026, 11, 21)},
+        {"21 november 2026 4:43", at(2026, 11, 21, 4, 43)}, {"21-11-26", at(2026, 11, 21)},
+        {"1-1-45", at(1945, 1, 1)}, {"29-02-2024", at(2024, 2, 29)}, {"12:30", at(1899, 12, 30, 12, 30)},
+        {"17-11-1858 12:00", at(1858, 11, 17, 12)},
+    };
+    for (const Parsed& c : accepted) {
+        DateValue d = -1e9;
+        EXPECT_TRUE(parseDateText(c.text, d)) << c.text;
+        EXPECT_DOUBLE_EQ(d, c.day) << c.text;
+    }
+    const char* rejected[] = {"-11-2026", "31-02-2026", "29-02-2025", "21-13-2026", "0-11-2026",  "21-11",
+                              "",         "abc",        "21-Xyz-2026", "24:00",     "12:60",      "12",
+                              "21-11-2026 04", "2026-11-21T04:43", "21_11_2026", "21-11-2026 04:43:34:00"};
+    DateValue ignored = 0;
+    for (const char* text : rejected) EXPECT_FALSE(parseDateText(text, ignored)) << text;
 }
 
 }  // namespace

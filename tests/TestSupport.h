@@ -1,0 +1,163 @@
+#pragma once
+// For the tests: a fresh folder, whole-file writes and reads, the run-time
+// error an action raises, and conversions run as a front end runs them.
+#include <gtest/gtest.h>
+#include <utime.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "core/Driver.h"
+#include "core/FormatTable.h"
+#include "core/Host.h"
+#include "core/Session.h"
+#include "core/runtime/BinaryOutput.h"
+#include "core/runtime/RuntimeError.h"
+
+namespace kestro::testing {
+
+class TempDir {
+public:
+    TempDir() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "kestro-test-XXXXXX").string();
+        path_ = mkdtemp(pattern.data());
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+inline void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// Sets a file's modification time and returns how line 4 of an SPE file shows it.
+inline std::string setModified(const std::string& path, std::time_t when) {
+    utimbuf times{when, when};
+    utime(path.c_str(), &times);
+    std::tm tm{};
+    localtime_r(&when, &tm);
+    char text[32];
+    std::strftime(text, sizeof text, "%d-%m-%Y  %H:%M:%S", &tm);
+    return text;
+}
+
+// The error raised, or number 0 when the action raised nothing.
+template <typename Action>
+RuntimeError raised(Action&& action) {
+    try {
+        action();
+    } catch (const RuntimeError& e) {
+        return e;
+    }
+    return RuntimeError(0, "nothing raised");
+}
+
+// Records every status text, message box, plot and wait, and answers Yes/No
+// questions from a script.
+class ScriptedHost : public Host {
+public:
+    struct Box { std::string text; BoxIcon icon; BoxButtons buttons; };
+    struct Plot { PlotPoints points; int64_t count; std::string name; bool logarithmic = false; };
+    std::vector<std::pair<std::string, StatusColour>> statuses;
+    std::vector<int> progress;
+    std::vector<Box> boxes;
+    std::vector<Plot> plots;
+    Answer answer = Answer::No;  // to every Yes/No question
+    int beeps = 0;
+    double waited = 0;
+
+    void showStatus(const std::string& text, StatusColour colour) override { statuses.emplace_back(text, colour); }
+    void showProgress(int value) override { progress.push_back(value); }
+    void beep() override { ++beeps; }
+    Answer messageBox(const std::string& text, BoxIcon icon, BoxButtons buttons) override {
+        boxes.push_back({text, icon, buttons});
+        return buttons == BoxButtons::Ok ? Answer::Ok : answer;
+    }
+    void plot(const PlotPoints& points, int64_t count, const std::string& name) override {
+        plots.push_back({points, count, name});
+    }
+    void applyScale(bool logarithmic) override { if (!plots.empty()) plots.back().logarithmic = logarithmic; }
+    void wait(double seconds) override { waited += seconds; }
+    void boxesChanged() override {}
+    void queueChanged() override {}
+};
+
+constexpr std::time_t SomeTime = 1763700000;  // a fixed modification time
+
+// The message the driver shows when a run fails, for an "Error N Text".
+inline std::string failureBox(const std::string& error) {
+    return "! CHECK FOR ERROR !\n" + error + " in 'ODF writing'       \n\n";
+}
+
+// An input that is to end the run, the "Error N Text" it is to show, and
+// the files the failed reader leaves open: 1 the input, 2 the output too.
+struct BadInput { const char* what; std::string bytes; const char* error; int open; bool spe = false, spo = false; };
+
+class ConversionTest : public ::testing::Test {
+protected:
+    // Runs in its own folder, where files written to the current folder (the CNF debug log) land.
+    ConversionTest() : form(host) { formLoad(form); std::filesystem::current_path(dir.path()); }
+    ~ConversionTest() override { std::filesystem::current_path(startFolder); }
+
+    // Writes an input into the folder and queues it; returns its full path.
+    std::string queue(const std::string& name, const std::string& bytes) {
+        const std::string path = dir.file(name);
+        writeFile(path, bytes);
+        form.addToQueue(name, path);
+        return path;
+    }
+    void tick(bool spe, bool spo) { form.boxes.SPE = spe; form.boxes.SPO = spo; }
+    RunOutcome run() { return RunCode_Click(form); }
+    // One input, the boxes as given, one run.
+    RunOutcome convert(const std::string& name, const std::string& bytes, bool spe = false, bool spo = false) {
+        queue(name, bytes);
+        tick(spe, spo);
+        return run();
+    }
+    std::string output(const std::string& name) const { return readFile(dir.file(name)); }
+    // Converts one input, which is to finish, and returns the output named.
+    std::string converted(const std::string& name, const std::string& bytes, const std::string& out, bool spe = false,
+                          bool spo = false) {
+        EXPECT_EQ(convert(name, bytes, spe, spo), RunOutcome::Finished) << name;
+        return output(out);
+    }
+    bool written(const std::string& name) const { return std::filesystem::exists(dir.file(name)); }
+    // The text of the last message box; "" when none was shown.
+    std::string message() const { return host.boxes.empty() ? std::string() : host.boxes.back().text; }
+
+    // Each input ends its run with its error; the files left open are
+    // closed here for the next case.
+    void expectFailures(const std::string& name, const std::vector<BadInput>& cases) {
+        for (const BadInput& c : cases) {
+            EXPECT_EQ(convert(name, c.bytes, c.spe, c.spo), RunOutcome::ErrorHandled) << c.what;
+            EXPECT_EQ(message(), failureBox(c.error)) << c.what;
+            EXPECT_TRUE(form.files.isOpen(1)) << c.what;
+            EXPECT_EQ(form.files.isOpen(2), c.open == 2) << c.what;
+            form.files.closeAll();
+        }
+    }
+
+    const std::filesystem::path startFolder = std::filesystem::current_path();
+    TempDir dir;
+    ScriptedHost host;
+    Session form;
+};
+
+}  // namespace kestro::testing
