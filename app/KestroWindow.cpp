@@ -385,7 +385,7 @@ Answer Kestro::messageBox(const std::string& text, BoxIcon icon, BoxButtons butt
 }
 
 void Kestro::plot(const PlotPoints& points, int64_t, const std::string& name) {
-    plot_->plot(points, qs(name), size(), session_.boxes.LogScale);
+    plot_->plot(points, qs(name), size());
     plot_->show();
     plot_->raise();
     paintNow();
@@ -419,8 +419,8 @@ void Kestro::boxesChanged() {
     for (QWidget* w : {static_cast<QWidget*>(cDXP), static_cast<QWidget*>(rDXP)}) w->setVisible(b.dxpVisible);
     if (Text1->text() != qs(session_.typedText)) Text1->setText(qs(session_.typedText));
     if (Combo1->currentText() != qs(session_.comboText)) Combo1->setEditText(qs(session_.comboText));
-    if (File1->property("pattern").toString() != qs(session_.filePattern)) {
-        File1->setProperty("pattern", qs(session_.filePattern));
+    if (shownPattern_ != qs(session_.filePattern)) {
+        shownPattern_ = qs(session_.filePattern);
         fillFileList();
     }
     syncing_ = false;

@@ -82,6 +82,7 @@ private:
 
     kestro::Session session_;
     QString folder_;
+    QString shownPattern_;  // the pattern the file list was last filled with
     bool syncing_ = false;
 
     QComboBox* Drive1;

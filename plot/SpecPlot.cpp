@@ -67,12 +67,10 @@ SpecPlot::SpecPlot(QWidget* parent) : QWidget(parent, Qt::Window) {
     layout->addWidget(view_);
 }
 
-void SpecPlot::plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize,
-                    bool logarithmic) {
+void SpecPlot::plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize) {
     resize(mainWindowSize * 1.05);
     chart_->setTitle(fileName);
     points_ = points;
-    applyScale(logarithmic);
 }
 
 void SpecPlot::fillSeries(bool logarithmic) {

@@ -14,11 +14,11 @@ class SpecPlot : public QWidget {
 public:
     explicit SpecPlot(QWidget* parent = nullptr);
 
-    // Fills the chart with n rows of X and Y and the file name as title,
-    // sized from the main window, then applies the scale.
-    void plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize,
-              bool logarithmic);
-    // The scale step: linear over the Y range, or logarithmic in whole decades.
+    // Takes n rows of X and Y and the file name as title, sized from the
+    // main window; the scale step that follows draws them.
+    void plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize);
+    // The scale step: the series on a linear axis over the Y range, or on a
+    // logarithmic one in whole decades.
     void applyScale(bool logarithmic);
 
     // What is drawn, for tests.

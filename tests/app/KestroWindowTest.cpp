@@ -186,7 +186,7 @@ private slots:
 
     void flatResultsGetAZeroHeightLinearRange() {
         SpecPlot plot;
-        plot.plot({{0, 5}, {1, 5}}, "flat", QSize(100, 100), false);
+        plot.plot({{0, 5}, {1, 5}}, "flat", QSize(100, 100));
         plot.applyScale(false);
         QCOMPARE(plot.yMin(), 5.0);
         QCOMPARE(plot.yMax(), 5.0);
