@@ -45,6 +45,20 @@ void DataBlock::field(int64_t value) {
     field(text);
 }
 
+ChannelCounts::ChannelCounts(const BinaryReader& in, int64_t offset, int64_t n) : counts_(static_cast<size_t>(n)) {
+    for (int64_t i = 0; i < n; ++i) counts_[static_cast<size_t>(i)] = in.i32(offset + 4 * i);
+}
+
+int32_t& ChannelCounts::operator[](int64_t channel) {
+    if (channel < 1 || channel > static_cast<int64_t>(counts_.size())) raise(err::SubscriptOutOfRange);
+    return counts_[static_cast<size_t>(channel - 1)];
+}
+
+void ChannelCounts::writeTo(TextWriter& out) const {
+    DataBlock block(out.buffer());
+    for (int32_t c : counts_) block.count(c);
+}
+
 DateTimeTexts modificationTexts(const std::string& path) {
     const std::string general = generalDate(fileModified(path));
     const std::string date = general.substr(0, 10);

@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/Session.h"
+#include "core/runtime/BinaryInput.h"
 #include "core/runtime/TextOutput.h"
 #include "core/runtime/Value.h"
 
@@ -30,6 +32,20 @@ public:
 private:
     std::string& out_;
     int64_t count_ = 0;
+};
+
+// A spectrum's counts read from a binary file: channels numbered from 1, as
+// the files number them; a channel outside 1..N is "Subscript out of range".
+class ChannelCounts {
+public:
+    // N little-endian 32-bit counts from `offset` on (zeros past the end).
+    ChannelCounts(const BinaryReader& in, int64_t offset, int64_t n);
+    int32_t& operator[](int64_t channel);
+    // The data lines: every count by the signed-text rule, 8 a line.
+    void writeTo(TextWriter& out) const;
+
+private:
+    std::vector<int32_t> counts_;
 };
 
 // Line 4 of an SPE file: the date and time texts as they are to stand.

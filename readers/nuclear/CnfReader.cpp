@@ -6,7 +6,6 @@
 #include <initializer_list>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 #include "core/Writers.h"
 #include "core/runtime/Dates.h"
@@ -107,24 +106,6 @@ void writeDebugTimes(Session& form, const AcquisitionTimes& t, int32_t realTime,
     form.files.close(DebugFile);
 }
 
-// Channels 1..N, counted from 1 as the file's channels are.
-int32_t& channel(std::vector<int32_t>& counts, int64_t i) {
-    if (i < 1 || i > static_cast<int64_t>(counts.size())) raise(err::SubscriptOutOfRange);
-    return counts[static_cast<size_t>(i - 1)];
-}
-
-std::vector<int32_t> readCounts(const BinaryReader& in, int64_t n) {
-    const int64_t first = in.length() - 4 * n;  // before the start of a short file: "Bad record number"
-    std::vector<int32_t> counts(static_cast<size_t>(n));
-    for (int64_t i = 0; i < n; ++i) counts[static_cast<size_t>(i)] = in.i32(first + 4 * i);
-    return counts;
-}
-
-void writeCounts(TextWriter& out, const std::vector<int32_t>& counts) {
-    DataBlock block(out.buffer());
-    for (int32_t c : counts) block.count(c);
-}
-
 }  // namespace
 
 void ConvFile(Session& form, std::string& fileName) {
@@ -151,21 +132,23 @@ void ConvFile(Session& form, std::string& fileName) {
     const DateValue start = startDate(times.startSeconds());
     const DateTimeTexts when{formatDate(start, "dd-mm-yyyy"), formatDate(start - std::floor(start), "hh:mm:ss")};
 
-    std::vector<int32_t> counts = readCounts(in, n);
-    channel(counts, 1) = liveTime;
-    channel(counts, 2) = roundToInt32(form.sharedRealTime.toNumber());
+    // The counts are the last 4 x N bytes; before the start of a short file
+    // that is "Bad record number".
+    ChannelCounts counts(in, in.length() - 4 * n, n);
+    counts[1] = liveTime;
+    counts[2] = roundToInt32(form.sharedRealTime.toNumber());
 
     fileName = spectrumOutputPath(form, fileName);
     TextWriter& out = form.files.openOutput(2, fileName);
     if (form.boxes.SPE) {
         // The identification stays empty on purpose, and the SPE data carry no times.
         writeSpeHeader(out, {"", when, Value::ofInteger(liveTime), form.sharedRealTime, n - 1}, TimePadding::Strict);
-        channel(counts, 1) = 0;
-        channel(counts, 2) = 0;
+        counts[1] = 0;
+        counts[2] = 0;
     } else if (form.boxes.SPO) {
         writeSpoHeader(out, n);
     }
-    writeCounts(out, counts);
+    counts.writeTo(out);
     // After an unfinished last line this continues it, as it always did.
     if (commandLineIs(form, {"/time", "/t"})) out.text("Acq_Start_time: ").text(generalDate(start)).endLine();
 
