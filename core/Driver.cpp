@@ -211,30 +211,44 @@ void writeRoundedColumn(Session& form, TextReader& input, TextWriter& out) {
 // the next "$" section.
 void writeChannelPairs(Session& form, TextReader& input, TextWriter& out) {
     std::string& text = out.buffer();
-    int64_t channel = 0;
-    char line[64];
+    // Lines of whole counts, by far the most common, are built in a local
+    // block and handed to the writer a block at a time.
+    constexpr size_t BlockSize = 1 << 16;
+    constexpr size_t LongestLine = 64;
+    char block[BlockSize];
+    char* end = block;
+    auto handOver = [&] {
+        text.append(block, static_cast<size_t>(end - block));
+        end = block;
+        out.flushIfFull();
+    };
+    CountingPrintItems channel;
     while (!input.eof()) {
         bool quoted;
         std::string_view field = input.listField(quoted);
-        char* end = writePrintItem(line, channel);
+        if (end > block + BlockSize - LongestLine) handOver();
+        char* lineStart = end;
+        end = channel.write(end);
+        char* item = quoted ? nullptr : writePrintItemOfPlainText(end, field);
         int64_t whole;
-        if (!quoted && parseDecimalDigits(field, whole)) {
-            // Whole counts, by far the most common, are built in place.
-            end = writePrintItem(end, whole);
+        if (item || (!quoted && parseDecimalDigits(field, whole))) {
+            end = item ? item : writePrintItem(end, whole);
             *end++ = '\r';
             *end++ = '\n';
-            text.append(line, static_cast<size_t>(end - line));
         } else {
             Value v = TextReader::fieldValue(field, quoted);
-            if (v.isText() && !v.text.empty() && v.text[0] == '$') break;
-            text.append(line, static_cast<size_t>(end - line));
+            if (v.isText() && !v.text.empty() && v.text[0] == '$') {
+                end = lineStart;
+                break;
+            }
+            handOver();
             appendPrintItem(text, v);
             text += "\r\n";
         }
-        ++channel;
-        out.flushIfFull();
+        channel.next();
     }
-    form.valueCount = channel;
+    handOver();
+    form.valueCount = channel.value();
 }
 
 // A ".dat" data block wrapped as SPE or SPO beside the ".odf".

@@ -61,6 +61,27 @@ TEST(NumberTextTest, SignedTextPrintItemsAndPadding) {
     EXPECT_EQ(raised([] { spaces(-1); }).number(), err::InvalidCall);
 }
 
+// The in-place forms of the two-column lines must give the print items of
+// the general rule, digit carries and leading zeros included.
+TEST(NumberTextTest, InPlacePrintItemsMatchTheGeneralRule) {
+    CountingPrintItems channel;
+    for (int64_t n = 0; n <= 1001; channel.next(), ++n) {
+        char buf[32];
+        ASSERT_EQ(std::string(buf, channel.write(buf)), printItem(Value::ofInteger(n))) << n;
+    }
+    for (const char* text : {"0", "7", "-12", "123456789012345"}) {
+        char buf[32];
+        char* end = writePrintItemOfPlainText(buf, text);
+        ASSERT_NE(end, nullptr) << text;
+        EXPECT_EQ(std::string(buf, end), printItem(Value::ofDouble(leadingNumber(text)))) << text;
+    }
+    // Texts whose print item differs from the text: left to the general rule.
+    for (const char* text : {"007", "-0", "1234567890123456", "1.5", "", "-", "12a"}) {
+        char buf[32];
+        EXPECT_EQ(writePrintItemOfPlainText(buf, text), nullptr) << text;
+    }
+}
+
 TEST(NumberTextTest, LeadingNumberRuleAndHexText) {
     struct Case { const char* text; double v; };
     const Case cases[] = {

@@ -330,6 +330,45 @@ double leadingNumber(std::string_view s) {
     return v;
 }
 
+char* writePrintItemOfPlainText(char* out, std::string_view s) {
+    const char* p = s.data();
+    const char* const end = p + s.size();
+    const bool negative = p != end && *p == '-';
+    p += negative;
+    const size_t digits = static_cast<size_t>(end - p);
+    if (digits == 0 || digits > 15 || (*p == '0' && (digits > 1 || negative))) return nullptr;
+    // Copied while checked: on a text that is not such a number, what was
+    // written is simply not used.
+    *out++ = negative ? '-' : ' ';
+    for (; p != end; ++p) {
+        if (static_cast<unsigned>(*p - '0') > 9) return nullptr;
+        *out++ = *p;
+    }
+    *out++ = ' ';
+    return out;
+}
+
+char* CountingPrintItems::write(char* out) const {
+    *out++ = ' ';
+    for (int i = 0; i < length_; ++i) *out++ = digits_[i];
+    *out++ = ' ';
+    return out;
+}
+
+void CountingPrintItems::next() {
+    ++value_;
+    for (int i = length_ - 1; i >= 0; --i) {
+        if (digits_[i] != '9') {
+            ++digits_[i];
+            return;
+        }
+        digits_[i] = '0';
+    }
+    // All nines: one digit more, "1" then zeros.
+    digits_[0] = '1';
+    digits_[length_++] = '0';
+}
+
 bool parseDecimalDigits(std::string_view s, int64_t& out) {
     size_t i = !s.empty() && s[0] == '-' ? 1 : 0;
     if (s.size() == i || s.size() - i > 15) return false;
