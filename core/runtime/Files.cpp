@@ -56,16 +56,8 @@ std::string readWholeFile(const std::string& path) {
     return data;
 }
 
-bool fileExists(const std::string& path) {
-    struct stat st {};
-    return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
-}
-
-int64_t fileLength(const std::string& path) { return statOrRaise(path).st_size; }
 
 DateValue fileModified(const std::string& path) { return dateFromUnixSeconds(statOrRaise(path).st_mtime); }
-
-void copyFile(const std::string& from, const std::string& to) { writeWholeFile(to, readWholeFile(from)); }
 
 void writeWholeFile(const std::string& path, std::string_view bytes) {
     OutputFile out(path);

@@ -1,6 +1,6 @@
 #pragma once
-// File-system access with the classic error numbers: whole-file reads, file
-// length, modification time, copy, and an output file written in blocks.
+// File-system access with the classic error numbers: whole-file reads and
+// writes, modification time, and an output file written in blocks.
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -18,10 +18,7 @@ std::string reserveLarge(size_t capacity);
 // The whole file; "File not found" (53) when it does not exist,
 // "Path/File access error" (75) when it cannot be read.
 std::string readWholeFile(const std::string& path);
-bool fileExists(const std::string& path);
-int64_t fileLength(const std::string& path);
 DateValue fileModified(const std::string& path);
-void copyFile(const std::string& from, const std::string& to);
 // Replaces the file with these bytes.
 void writeWholeFile(const std::string& path, std::string_view bytes);
 
