@@ -29,7 +29,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
-#include "core/Driver.h"
+#include "batch/Driver.h"
 #include "core/FormatTable.h"
 #include "plot/SpecPlot.h"
 

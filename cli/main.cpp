@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Driver.h"
+#include "batch/Driver.h"
 #include "core/FormatTable.h"
 #include "core/Session.h"
 

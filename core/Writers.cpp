@@ -157,7 +157,7 @@ std::string_view secondColumn(std::string_view line) {
 }  // namespace
 
 void ConvOdf(Session& form, const std::string& inputName, const std::string& outputName) {
-    TextReader input(readWholeFile(inputName));
+    TextReader input(readTextFile(inputName));
     // A line gives at most 10 block bytes for the 4 it takes at least.
     std::string block = reserveLarge(static_cast<size_t>(input.length()) * 5 / 2 + 16);
     DataBlock fields(block);

@@ -13,7 +13,7 @@
 #include <functional>
 #include <string>
 
-#include "core/Driver.h"
+#include "batch/Driver.h"
 #include "core/FormatTable.h"
 #include "core/Session.h"
 

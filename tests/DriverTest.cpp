@@ -169,10 +169,13 @@ TEST_F(DriverTest, RealSpeFilesConvert) {
     const std::string samples = KESTRO_SAMPLES_DIR "/spe/";
     EXPECT_EQ(convert("d.spe", testing::readFile(samples + "digibase_5min_30_1.spe")), RunOutcome::Finished);
     EXPECT_EQ(form.valueCount, 1024);
-    // This one ends its lines with LF alone, so line input sees one long line
-    // and never finds "$DATA:": the pass runs out of lines and says so.
-    EXPECT_EQ(convert("SGM102432.spe", testing::readFile(samples + "SGM102432.spe")), RunOutcome::ErrorHandled);
-    EXPECT_EQ(message(), failureBox("Error 62 Input past end of file"));
+    // This one ends its lines with LF alone (8 header lines, then the 4094
+    // counts of "0 4093"): it reads as its CR LF twin would.
+    const std::string lf = testing::readFile(samples + "SGM102432.spe");
+    EXPECT_EQ(convert("SGM102432.spe", lf), RunOutcome::Finished);
+    EXPECT_EQ(form.valueCount, 4094);
+    EXPECT_EQ(convert("twin.spe", crLfTwin(lf)), RunOutcome::Finished);
+    EXPECT_EQ(output("SGM102432.odf"), output("twin.odf"));
 }
 
 }  // namespace

@@ -87,15 +87,16 @@ TEST_F(MpaReaderTest, SeparatedSpectraAndUnknownExtensionsLeaveTheInputOpen) {
     EXPECT_EQ(host.boxes[0].icon, BoxIcon::None);
     EXPECT_EQ(host.boxes[0].buttons, BoxButtons::Ok);
     EXPECT_FALSE(form.boxes.DsGr);  // unchecked before the message
-    // The next file finds number 1 still in use.
+    // The next file of the same run finds number 1 still in use.
     EXPECT_EQ(host.boxes[1].text, failureBox("Error 55 File already open"));
+    EXPECT_EQ(host.boxes[1].openFiles, std::vector<int>{1});
 
-    // The shown name's extension is everything after its first ".".
-    form.files.closeAll();
+    // The shown name's extension is everything after its first ".". The
+    // input stays open to the end of the run, which closes it.
     queue("two.dots.mpa", "mpafmt=asc\r\n[ADC0]\r\nactive=1\r\n" + QuietAdcs + "[DATA]\r\n");
     EXPECT_EQ(run(), RunOutcome::Finished);
     EXPECT_EQ(host.boxes.size(), 2u);
-    EXPECT_TRUE(form.files.isOpen(1));
+    EXPECT_FALSE(form.files.isOpen(1));
     EXPECT_FALSE(written("F0two.odf"));
 }
 
@@ -132,7 +133,8 @@ TEST_F(MpaReaderTest, RealMpa4aFileIsReadAsItsLayoutDirects) {
     EXPECT_EQ(run(), RunOutcome::Finished);
     ASSERT_EQ(host.boxes.size(), 1u);
     EXPECT_EQ(host.boxes[0].text, "Spec files already separated...");
-    EXPECT_TRUE(form.files.isOpen(1));
+    EXPECT_EQ(host.boxes[0].openFiles, std::vector<int>{1});
+    EXPECT_FALSE(form.files.isOpen(1));
 }
 
 }  // namespace

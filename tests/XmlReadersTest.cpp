@@ -115,30 +115,24 @@ TEST_F(XmlReadersTest, RealSpxFilesConvert) {
     };
     for (const auto& s : samples) {
         const std::string stem = s.stem, lf = readFile(KESTRO_SAMPLES_DIR "/spx/" + stem + ".spx");
+        ASSERT_EQ(lf.find('\r'), std::string::npos) << stem;
 
-        // As they are, these files end their lines with LF alone, which line
-        // input does not take as a line end: the whole file is one line, and
-        // only its first tag in the reader's order, <RealTime>, counts.
-        EXPECT_EQ(converted(stem + ".spx", lf, stem + ".spe", true),
-                  "$SPEC_ID:\r\n\r\n$DATE_MEA:\r\n  \r\n$MEAS_TIM:\r\n         0" + std::string(s.realTime) +
-                      "\r\n$DATA:\r\n         0        -1\r\n");
-        EXPECT_EQ(form.sharedRealTime.toNumber(), std::stoi(s.realTime)) << stem;
-        EXPECT_EQ(form.valueCount, 0) << stem;
-
-        // With each LF made CR LF, the indented elements still give their
-        // values and the whole list on the <Channels> line is read.
-        std::string crlf, odf;
-        for (char c : lf) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-        const size_t list = crlf.find("<Channels>") + 10;
-        std::istringstream counts(crlf.substr(list, crlf.find("</Channels>", list) - list));
+        // These files end their lines with LF alone, and read as their CR LF
+        // twins: the indented elements give their values and the whole list
+        // on the <Channels> line is read.
+        std::string odf;
+        const size_t list = lf.find("<Channels>") + 10;
+        std::istringstream counts(lf.substr(list, lf.find("</Channels>", list) - list));
         size_t channels = 0;
         for (std::string count; std::getline(counts, count, ',');)
             odf += " " + std::to_string(channels++) + "  " + count + " \r\n";
         ASSERT_EQ(channels, s.channels) << stem;
-        const std::string spe = converted(stem + ".spx", crlf, stem + ".spe", true);
+        const std::string spe = converted(stem + ".spx", lf, stem + ".spe", true);
         EXPECT_NE(spe.find("\r\n$DATE_MEA:\r\n" + std::string(s.header) + "\r\n"), std::string::npos) << stem;
         EXPECT_EQ(form.valueCount, static_cast<int64_t>(channels)) << stem;
+        EXPECT_EQ(form.sharedRealTime.toNumber(), std::stoi(s.realTime)) << stem;
         EXPECT_EQ(output(stem + ".odf"), odf) << stem;
+        EXPECT_EQ(converted("twin.spx", crLfTwin(lf), "twin.spe", true), spe) << stem;
     }
 }
 

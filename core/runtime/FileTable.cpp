@@ -18,6 +18,12 @@ FileTable::OpenFile& FileTable::existing(int number) {
 
 TextReader& FileTable::openInput(int number, const std::string& path) {
     checkFree(number);
+    auto reader = std::make_unique<TextReader>(readTextFile(path));
+    return *(files_[number].input = std::move(reader));
+}
+
+TextReader& FileTable::openInputAsWritten(int number, const std::string& path) {
+    checkFree(number);
     auto reader = std::make_unique<TextReader>(readWholeFile(path));
     return *(files_[number].input = std::move(reader));
 }

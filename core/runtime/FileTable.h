@@ -14,7 +14,11 @@ namespace kestro {
 
 class FileTable {
 public:
+    // Text input; LF-only text reads as its CR LF twin.
     TextReader& openInput(int number, const std::string& path);
+    // Text input with the line ends as written, for a reader that handles
+    // LF-only files itself.
+    TextReader& openInputAsWritten(int number, const std::string& path);
     TextWriter& openOutput(int number, const std::string& path);
     TextWriter& openAppend(int number, const std::string& path);
     BinaryReader& openBinary(int number, const std::string& path);
@@ -28,6 +32,9 @@ public:
     bool isOpen(int number) const { return files_.count(number) != 0; }
     void close(int number);  // closing a number that is not open does nothing
     void closeAll();
+    // Closes every open file, writing out what each holds; a failure to
+    // write is not reported. For the end of a run, after its own message.
+    void closeAllQuietly() { files_.clear(); }
 
 private:
     struct OpenFile {

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/TextInput.h"
 
 namespace kestro {
 
@@ -56,6 +57,7 @@ std::string readWholeFile(const std::string& path) {
     return data;
 }
 
+std::string readTextFile(const std::string& path) { return crLfTwin(readWholeFile(path)); }
 
 DateValue fileModified(const std::string& path) { return dateFromUnixSeconds(statOrRaise(path).st_mtime); }
 

@@ -18,6 +18,9 @@ std::string reserveLarge(size_t capacity);
 // The whole file; "File not found" (53) when it does not exist,
 // "Path/File access error" (75) when it cannot be read.
 std::string readWholeFile(const std::string& path);
+// The whole file for line input: a text whose lines end in LF alone reads as
+// its CR LF twin (see crLfTwin).
+std::string readTextFile(const std::string& path);
 DateValue fileModified(const std::string& path);
 // Replaces the file with these bytes.
 void writeWholeFile(const std::string& path, std::string_view bytes);

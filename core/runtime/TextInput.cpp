@@ -1,8 +1,10 @@
 #include "core/runtime/TextInput.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
+#include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
 
@@ -11,6 +13,26 @@ namespace kestro {
 void TextReader::seek(int64_t position) {
     if (position < 1) raise(err::BadRecordNumber);
     pos_ = static_cast<size_t>(std::min<int64_t>(position - 1, length()));
+}
+
+std::string crLfTwin(std::string bytes) {
+    const char* begin = bytes.data();
+    const char* end = begin + bytes.size();
+    if (std::memchr(begin, '\r', bytes.size())) return bytes;
+    size_t lineFeeds = static_cast<size_t>(std::count(begin, end, '\n'));
+    if (lineFeeds == 0) return bytes;
+    std::string twin = reserveLarge(bytes.size() + lineFeeds);
+    for (const char* p = begin; p != end;) {
+        const char* lf = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+        if (!lf) {
+            twin.append(p, end);
+            break;
+        }
+        twin.append(p, lf);
+        twin += "\r\n";
+        p = lf + 1;
+    }
+    return twin;
 }
 
 std::string_view TextReader::lineInput() {

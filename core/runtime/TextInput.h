@@ -9,6 +9,12 @@
 
 namespace kestro {
 
+// Unix-style text, with line feeds but no carriage return anywhere, is read
+// exactly as its CR LF twin: the same lines, lengths and positions. Any other
+// bytes come back as they are, so a file holding a single CR keeps the
+// classic line input (a lone LF stays inside the line).
+std::string crLfTwin(std::string bytes);
+
 class TextReader {
 public:
     TextReader() = default;

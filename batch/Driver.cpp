@@ -1,4 +1,4 @@
-#include "core/Driver.h"
+#include "batch/Driver.h"
 
 #include <cctype>
 #include <new>
@@ -262,7 +262,7 @@ void wrapDatInput(Session& form, const FileJob& job, std::string input) {
 
 // Returns the number of lines skipped.
 int64_t twoColumnPass(Session& form, const FileJob& job, int64_t skip, bool skipThroughSpeData) {
-    TextReader input(readWholeFile(job.name));
+    TextReader input(readTextFile(job.name));
     if (skipThroughSpeData) skip = linesThroughSpeData(input);
     TextWriter out(job.odfName);
     for (int64_t k = 0; k < skip; ++k) input.lineInput();
@@ -281,7 +281,7 @@ int64_t twoColumnPass(Session& form, const FileJob& job, int64_t skip, bool skip
 
 void plotStage(Session& form, const FileJob& job) {
     if (!form.boxes.DsGr) return;
-    TextReader odf(readWholeFile(job.odfName));
+    TextReader odf(readTextFile(job.odfName));
     int64_t rows = 0;
     while (!odf.eof()) {
         odf.lineInput();
@@ -395,6 +395,18 @@ RunOutcome handleFailure(Session& form, int number, const std::string& descripti
     return RunOutcome::ErrorHandled;
 }
 
+RunOutcome runHandlingFailures(Session& form) {
+    try {
+        return runBatch(form);
+    } catch (const RuntimeError& e) {
+        return handleFailure(form, e.number(), e.description());
+    } catch (const std::bad_alloc&) {
+        return handleFailure(form, err::OutOfMemory, errorDescription(err::OutOfMemory));
+    } catch (const std::length_error&) {
+        return handleFailure(form, err::OutOfMemory, errorDescription(err::OutOfMemory));
+    }
+}
+
 }  // namespace
 
 std::string writeFailureMessage(int number, const std::string& description) {
@@ -406,15 +418,11 @@ std::string writeFailureMessage(int number, const std::string& description) {
 }
 
 RunOutcome RunCode_Click(Session& form) {
-    try {
-        return runBatch(form);
-    } catch (const RuntimeError& e) {
-        return handleFailure(form, e.number(), e.description());
-    } catch (const std::bad_alloc&) {
-        return handleFailure(form, err::OutOfMemory, errorDescription(err::OutOfMemory));
-    } catch (const std::length_error&) {
-        return handleFailure(form, err::OutOfMemory, errorDescription(err::OutOfMemory));
-    }
+    const RunOutcome outcome = runHandlingFailures(form);
+    // Files a reader left open (a failed one always does) would block the
+    // next run with "File already open": the run ends with none open.
+    form.files.closeAllQuietly();
+    return outcome;
 }
 
 }  // namespace kestro
