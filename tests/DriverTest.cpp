@@ -76,6 +76,12 @@ TEST_F(DriverTest, AFailureEndsTheRunWithItsMessageAndKeepsEarlierOutputs) {
     }
 }
 
+TEST_F(DriverTest, TextMixingCrLfAndLoneLfKeepsTheClassicLines) {
+    // "3 4\n5 6" is one line: its second column is "4\n5".
+    EXPECT_EQ(converted("mixed.odf", "1 2\r\n3 4\n5 6\r\n", "mixed.dat"), "       2     4\n5");
+    EXPECT_EQ(converted("lf.odf", "1 2\n3 4\n5 6\n", "lf.dat"), "       2       4       6");
+}
+
 TEST_F(DriverTest, HeadersBeforeTheDataAreSkipped) {
     // Seven header lines, "$DATA:" on line 8, the channel range on line 9.
     queue("s.spe",

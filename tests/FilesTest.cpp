@@ -95,6 +95,30 @@ TEST(TextReaderTest, LineInputEndsLinesAtCarriageReturnsAndListInputSharesItsPos
     EXPECT_TRUE(both.eof());
 }
 
+TEST(TextReaderTest, LfOnlyTextReadsAsItsCrLfTwinAndAnyCrKeepsTheClassicLines) {
+    EXPECT_EQ(crLfTwin("a\nb\n\nlast"), "a\r\nb\r\n\r\nlast");
+    // A single CR anywhere, or no LF at all: the bytes as they are.
+    for (const std::string same : {"a\r\nb\nc\r\n", "a\nb\r", "\ra\nb", "no line end", ""})
+        EXPECT_EQ(crLfTwin(same), same);
+
+    // Through the numbered files: same lines, positions and length as the twin;
+    // the reader that handles LF-only files itself gets the bytes as written.
+    TempDir dir;
+    const std::string lf = dir.file("lf.txt"), mixed = dir.file("mixed.txt");
+    writeFile(lf, "$DATA:\n0 1\n");
+    writeFile(mixed, "$DATA:\r\n0 1\n5\r\n");
+    FileTable files;
+    TextReader& twin = files.openInput(1, lf);
+    EXPECT_EQ(twin.length(), 13);
+    EXPECT_EQ(twin.lineInput(), "$DATA:");
+    EXPECT_EQ(twin.position(), 9);
+    EXPECT_EQ(files.openInputAsWritten(2, lf).lineInput(), "$DATA:\n0 1\n");
+    TextReader& classic = files.openInput(3, mixed);
+    EXPECT_EQ(classic.lineInput(), "$DATA:");
+    EXPECT_EQ(classic.lineInput(), "0 1\n5");
+    EXPECT_EQ(files.openTextAsBinary(5, lf).u8(6), '\r');
+}
+
 TEST(BinaryReaderTest, LittleEndianReadsAtOffsetsAndZerosPastTheEnd) {
     BinaryReader in(BinaryBuilder().text("\x01\x02\x03\x04\x05\x06\x07\x08\xFE\xFF").f32(1.5f).f64(-2.25).bytes());
     EXPECT_EQ(in.u8(8), 0xFE);

@@ -111,6 +111,19 @@ TEST_F(MpaReaderTest, BadHeadersEndTheRunAndLeaveTheFilesOpen) {
     });
 }
 
+TEST_F(MpaReaderTest, AFailedRunLeavesNoFileOpenForTheNextRun) {
+    queue("bad.mpa", "mpafmt=asc\r\n[ADC0]\r\nrange=9\r\nactive=1\r\n" + QuietAdcs + "[D]\r\na\r\nb\r\n1 2\r\n");
+    EXPECT_EQ(run(), RunOutcome::ErrorHandled);
+    EXPECT_EQ(host.boxes.back().openFiles, (std::vector<int>{1, 2}));
+    // What the failed reader wrote is on disk, up to the channel it failed on.
+    EXPECT_EQ(output("F0bad.odf"), " 0  0 \r\n 1  0 \r\n 2  1 \r\n 3  2 \r\n 4 ");
+
+    queue("good.mpa", "mpafmt=asc\r\n[ADC0]\r\nrange=3\r\nactive=1\r\n" + QuietAdcs + "[D]\r\na\r\nb\r\n7\r\n");
+    EXPECT_EQ(run(), RunOutcome::Finished);
+    EXPECT_EQ(host.boxes.size(), 1u);
+    EXPECT_EQ(output("F0good.odf"), " 0  0 \r\n 1  0 \r\n 2  7 \r\n");
+}
+
 TEST_F(MpaReaderTest, RealMpa4aFileIsReadAsItsLayoutDirects) {
     const std::string sample = testing::readFile(KESTRO_SAMPLES_DIR "/mpa/Sample1_raw_data.mpa");
     ASSERT_EQ(sample.substr(0, 13), "[MPA4A] 404\r\n");

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -117,6 +119,94 @@ inline std::string failureBox(const std::string& error) {
 // 2 the output too.
 struct BadInput { const char* what; std::string bytes; const char* error; int open; bool spe = false, spo = false; };
 
+// The line-end rule, checked on every crafted text input: a copy of the
+// queue with each CR LF made LF alone converts exactly as the original.
+class LfTwinRun {
+public:
+    static std::unique_ptr<LfTwinRun> prepare(const Session& form, const ScriptedHost& host,
+                                              const TempDir& originalDir) {
+        if (form.List2.empty()) return nullptr;
+        for (const std::string& path : form.List2)
+            if (!isTextInput(path) || !isCrLfText(readFile(path))) return nullptr;
+        auto twin = std::unique_ptr<LfTwinRun>(new LfTwinRun(host));
+        Session& copy = twin->form_;
+        formLoad(copy);
+        copy.formatOption = form.formatOption;
+        copy.commandLine = form.commandLine;
+        copy.boxes = form.boxes;
+        copy.sharedRealTime = form.sharedRealTime;
+        // Folders in the way of an output stand in the twin's way too.
+        for (const auto& entry : std::filesystem::directory_iterator(originalDir.path()))
+            if (entry.is_directory()) std::filesystem::create_directory(twin->dir_.file(entry.path().filename()));
+        for (size_t i = 0; i < form.List2.size(); ++i) {
+            const std::string& path = form.List2[i];
+            const std::string copyPath = twin->dir_.file(std::filesystem::path(path).filename().string());
+            std::string lf = readFile(path);
+            std::erase(lf, '\r');
+            writeFile(copyPath, lf);
+            std::filesystem::last_write_time(copyPath, std::filesystem::last_write_time(path));
+            copy.addToQueue(form.List1[i], copyPath);
+        }
+        return twin;
+    }
+
+    void expectAlike(RunOutcome outcome, const ScriptedHost& host, const TempDir& originalDir) {
+        const std::set<std::string> inputs(form_.List1.begin(), form_.List1.end());
+        const auto current = std::filesystem::current_path();
+        std::filesystem::current_path(dir_.path());
+        const RunOutcome twinOutcome = RunCode_Click(form_);
+        std::filesystem::current_path(current);
+        const auto inOriginal = [&](std::string text) {
+            for (size_t at; (at = text.find(dir_.path())) != std::string::npos;)
+                text.replace(at, dir_.path().size(), originalDir.path());
+            return text;
+        };
+        EXPECT_EQ(twinOutcome, outcome) << "LF-only twin";
+        // The original's host holds earlier runs too: this run's part is its tail.
+        ASSERT_EQ(host_.boxes.size(), host.boxes.size() - boxesBefore_) << "LF-only twin";
+        for (size_t i = 0; i < host_.boxes.size(); ++i)
+            EXPECT_EQ(inOriginal(host_.boxes[i].text), host.boxes[boxesBefore_ + i].text) << "LF-only twin";
+        ASSERT_EQ(host_.statuses.size(), host.statuses.size() - statusesBefore_) << "LF-only twin";
+        for (size_t i = 0; i < host_.statuses.size(); ++i)
+            EXPECT_EQ(inOriginal(host_.statuses[i].first), host.statuses[statusesBefore_ + i].first) << "LF-only twin";
+        for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+            const std::string name = entry.path().filename().string();
+            if (inputs.count(name) || entry.is_directory()) continue;
+            EXPECT_EQ(inOriginal(readFile(entry.path().string())), readFile(originalDir.file(name)))
+                << "LF-only twin of " << name;
+        }
+    }
+
+private:
+    explicit LfTwinRun(const ScriptedHost& host)
+        : boxesBefore_(host.boxes.size()), statusesBefore_(host.statuses.size()), form_(host_) {
+        host_.answer = host.answer;
+    }
+
+    static bool isTextInput(const std::string& path) {
+        static const std::set<std::string> text = {".spe", ".asc", ".rbs", ".sim", ".dat", ".odf",
+                                                   ".spx", ".xml", ".mpa", ".mp"};
+        std::string extension = std::filesystem::path(path).extension().string();
+        for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return text.count(extension) != 0;
+    }
+    // Lines that all end in CR LF, with no other CR or LF: its LF-only copy
+    // has that very text as its twin.
+    static bool isCrLfText(const std::string& bytes) {
+        if (bytes.find("\r\n") == std::string::npos) return false;
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            if (bytes[i] == '\r' && (i + 1 == bytes.size() || bytes[i + 1] != '\n')) return false;
+            if (bytes[i] == '\n' && (i == 0 || bytes[i - 1] != '\r')) return false;
+        }
+        return true;
+    }
+
+    const size_t boxesBefore_, statusesBefore_;
+    TempDir dir_;
+    ScriptedHost host_;
+    Session form_;
+};
+
 class ConversionTest : public ::testing::Test {
 protected:
     // Runs in its own folder, where files written to the current folder (the CNF debug log) land.
@@ -135,7 +225,15 @@ protected:
         return path;
     }
     void tick(bool spe, bool spo) { form.boxes.SPE = spe; form.boxes.SPO = spo; }
-    RunOutcome run() { return RunCode_Click(form); }
+    // One run. Where every queued input is CR LF text, its LF-only twin is
+    // converted too, by a fresh window with the same settings in a folder of
+    // its own, and must give the same outcome, messages and bytes.
+    RunOutcome run() {
+        std::unique_ptr<LfTwinRun> twin = LfTwinRun::prepare(form, host, dir);
+        const RunOutcome outcome = RunCode_Click(form);
+        if (twin) twin->expectAlike(outcome, host, dir);
+        return outcome;
+    }
     // One input, the boxes as given, one run.
     RunOutcome convert(const std::string& name, const std::string& bytes, bool spe = false, bool spo = false) {
         queue(name, bytes);

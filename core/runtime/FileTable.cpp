@@ -46,6 +46,12 @@ BinaryReader& FileTable::openBinary(int number, const std::string& path) {
     return *(files_[number].binary = std::move(reader));
 }
 
+BinaryReader& FileTable::openTextAsBinary(int number, const std::string& path) {
+    checkFree(number);
+    auto reader = std::make_unique<BinaryReader>(readTextFile(path));
+    return *(files_[number].binary = std::move(reader));
+}
+
 TextReader& FileTable::input(int number) {
     OpenFile& f = existing(number);
     if (!f.input) raise(err::BadFileMode);

@@ -22,6 +22,9 @@ public:
     TextWriter& openOutput(int number, const std::string& path);
     TextWriter& openAppend(int number, const std::string& path);
     BinaryReader& openBinary(int number, const std::string& path);
+    // Binary reads in a file opened as text before, at the positions its
+    // line input counted (an LF-only text as its CR LF twin).
+    BinaryReader& openTextAsBinary(int number, const std::string& path);
 
     // The open file of that number in that mode; "Bad file name or number"
     // when none is open, "Bad file mode" when it is open another way.

@@ -163,7 +163,7 @@ int64_t readBinarySpectrum(Session& form, const std::string& fileName, int64_t p
                            int a, const AdcRecord& adc) {
     const int64_t q = position + 15;
     form.files.close(InputFile);
-    const BinaryReader& in = form.files.openBinary(InputFile, fileName);
+    const BinaryReader& in = form.files.openTextAsBinary(InputFile, fileName);
     TextWriter& out = openDataFile(form, names.path(a, ".odf"), adc);
     for (int64_t i = 3; i <= adc.range; ++i) {
         out.item(i - 1).item(static_cast<int64_t>(in.i32(q - 1 + 4 * (i - 1)))).endLine();

@@ -184,6 +184,29 @@ private slots:
         QVERIFY(f.rows("List1").isEmpty());
     }
 
+    void aFailedFileDoesNotBreakTheNextRun() {
+        Fixture f;
+        // The reader fails on its third count and leaves its files open.
+        f.file("bad.mpa", "mpafmt=asc\r\n[ADC0]\r\nrange=9\r\nactive=1\r\n[ADC1]\r\n[ADC2]\r\n[ADC3]\r\n"
+                          "[D]\r\na\r\nb\r\n1\r\n");
+        f.select("*.mpa", {"bad.mpa"});
+        f.click("addfile");
+        f.click("RunCode");
+        QCOMPARE(f.boxes.size(), size_t{1});
+        QVERIFY(f.boxes[0].text.find("Error 62 Input past end of file") != std::string::npos);
+
+        // The same reader's numbers are free for the next run, and LF-only text converts.
+        f.file("good.mpa", "mpafmt=asc\n[ADC0]\nrange=3\nactive=1\n[ADC1]\n[ADC2]\n[ADC3]\n[D]\na\nb\n7\n");
+        f.select("*.mpa", {"good.mpa"});
+        f.click("addfile");
+        f.click("RunCode");
+        QCOMPARE(f.boxes.size(), size_t{1});
+        QCOMPARE(f.get<QLineEdit>("Text2")->text(), QString("Finished 1 files"));
+        QFile odf(f.dir.filePath("F0good.odf"));
+        QVERIFY(odf.open(QIODevice::ReadOnly));
+        QCOMPARE(odf.readAll(), QByteArray(" 0  0 \r\n 1  0 \r\n 2  7 \r\n"));
+    }
+
     void flatResultsGetAZeroHeightLinearRange() {
         SpecPlot plot;
         plot.plot({{0, 5}, {1, 5}}, "flat", QSize(100, 100));
