@@ -116,6 +116,10 @@ void Kestro::createControls() {
     cDXP = named(new QCheckBox(this), "cDXP");
     DsGr = named(new QCheckBox(this), "DsGr");
     LogScale = named(new QCheckBox(this), "LogScale");
+    // Kestro's own addition, off at start: nothing changes until it is ticked.
+    ModernRead = named(new QCheckBox("Modern readers", this), "ModernRead",
+                       "read GAML, SPA, SPC, RAW, MPA and CNF files by their documented layouts, "
+                       "where the classic rules give no data or wrong data");
     // The captions "SPE [AIEA]" and "SPO [Gpx]" are kept as users know them.
     MakeSPE = label("MakeSPE", "SPE [AIEA]", this);
     MakeSPO = label("MakeSPO", "SPO [Gpx]", this);
@@ -168,6 +172,7 @@ void Kestro::arrangeControls() {
     outputs->addLayout(boxWithLabel(cDXP, rDXP));
     outputs->addLayout(boxWithLabel(DsGr, displayGraph));
     outputs->addLayout(boxWithLabel(LogScale, linlogLabel));
+    outputs->addWidget(ModernRead);
     outputs->addStretch();
     outputs->addWidget(RunCode);
     outputs->addWidget(Help);
@@ -201,6 +206,7 @@ void Kestro::connectHandlers() {
     connect(cOMDAQ, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.cOMDAQ = on; });
     connect(cDXP, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.cDXP = on; });
     connect(DsGr, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.DsGr = on; });
+    connect(ModernRead, &QCheckBox::clicked, this, [this](bool on) { session_.boxes.ModernRead = on; });
     connect(RunCode, &QPushButton::clicked, this, &Kestro::RunCode_Click);
     connect(Help, &QPushButton::clicked, this, &Kestro::Help_Click);
     connect(About, &QPushButton::clicked, this, &Kestro::About_Click);
@@ -415,6 +421,7 @@ void Kestro::boxesChanged() {
     cDXP->setChecked(b.cDXP);
     DsGr->setChecked(b.DsGr);
     LogScale->setChecked(b.LogScale);
+    ModernRead->setChecked(b.ModernRead);
     for (QWidget* w : {static_cast<QWidget*>(cOMDAQ), static_cast<QWidget*>(rOMDAQ)}) w->setVisible(b.omdaqVisible);
     for (QWidget* w : {static_cast<QWidget*>(cDXP), static_cast<QWidget*>(rDXP)}) w->setVisible(b.dxpVisible);
     if (Text1->text() != qs(session_.typedText)) Text1->setText(qs(session_.typedText));

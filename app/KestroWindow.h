@@ -105,6 +105,7 @@ private:
     QCheckBox* cDXP;
     QCheckBox* DsGr;
     QCheckBox* LogScale;
+    QCheckBox* ModernRead;
     QLabel* MakeSPE;
     QLabel* MakeSPO;
     QLabel* rOMDAQ;

@@ -55,11 +55,12 @@ enum class Skip {
 using Reader = void (*)(Session&, FileJob&);
 
 struct Route {
-    const char* keys[2];  // extensions (or a format option)
-    Reader read;          // none for plain channel-data text
+    const char* keys[2];     // extensions (or a format option)
+    Reader read;             // none for plain channel-data text
     Then then;
     Skip skip;
     int fixedSkip;
+    Reader modern = nullptr; // instead of `read` when "Modern readers" is ticked
 };
 
 void refuseDatOption(Session& form, FileJob&) {
@@ -71,24 +72,27 @@ void uncheckPlot(Session& form) {
     form.changeBoxes([](Boxes& b) { b.DsGr = false; });
 }
 
+// The RAW readers write no spectrum file; SPE comes back once they are done.
+void withoutSpe(Session& form, FileJob& job, void (*read)(Session&, std::string&)) {
+    const bool spe = form.boxes.SPE;
+    form.changeBoxes([](Boxes& b) { b.SPE = false; });
+    read(form, job.name);
+    form.changeBoxes([spe](Boxes& b) { b.SPE = spe; });
+}
+
 // Tested top to bottom, first match wins; the order is part of the behaviour.
 const Route extensionRoutes[] = {
     {{"csv"}, [](Session& f, FileJob& j) { ExtrCSV(f, j.name); }, Then::EndRun, Skip::Zero, 0},
     {{"dxp"}, [](Session& f, FileJob& j) { ConvDXP(f, j.name); }, Then::Pass, Skip::Zero, 0},
     {{"evt"}, [](Session& f, FileJob& j) { ConvEVT(f, j.name); }, Then::Pass, Skip::Zero, 0},
     {{"_"}, [](Session& f, FileJob& j) { ConvOMDAQ(f, j.name); }, Then::PassUnlessRefused, Skip::SpectrumHeader, 0},
-    {{"raw"},
-     [](Session& f, FileJob& j) {
-         // The RAW reader writes no spectrum file; SPE comes back once it is done.
-         const bool spe = f.boxes.SPE;
-         f.changeBoxes([](Boxes& b) { b.SPE = false; });
-         ConvAXSraw(f, j.name);
-         f.changeBoxes([spe](Boxes& b) { b.SPE = spe; });
-     },
-     Then::Plot, Skip::Zero, 0},
+    {{"raw"}, [](Session& f, FileJob& j) { withoutSpe(f, j, ConvAXSraw); }, Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) { withoutSpe(f, j, ConvAXSrawModern); }},
     {{"spu"}, [](Session& f, FileJob& j) { ConvSpec(f, j.name); }, Then::Pass, Skip::Zero, 0},
-    {{"cnf"}, [](Session& f, FileJob& j) { ConvFile(f, j.name); }, Then::PassUnlessQueueDone, Skip::SpectrumHeader, 0},
-    {{"mpa", "mp"}, [](Session& f, FileJob& j) { ConvMpaFile(f, j.name, j.shownName); }, Then::Plot, Skip::Zero, 0},
+    {{"cnf"}, [](Session& f, FileJob& j) { ConvFile(f, j.name); }, Then::PassUnlessQueueDone, Skip::SpectrumHeader, 0,
+     [](Session& f, FileJob& j) { ConvCnfFileModern(f, j.name); }},
+    {{"mpa", "mp"}, [](Session& f, FileJob& j) { ConvMpaFile(f, j.name, j.shownName); }, Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) { ConvMpaFileModern(f, j.name, j.shownName); }},
     {{"bin"}, [](Session& f, FileJob& j) { ConvFileOld(f, j.name); }, Then::Pass, Skip::Previous, 0},
     {{"mca"},
      [](Session& f, FileJob& j) {
@@ -99,14 +103,20 @@ const Route extensionRoutes[] = {
     {{"chn"}, [](Session& f, FileJob& j) { ConvChnFile(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
     {{"spx"}, [](Session& f, FileJob& j) { ConvFileXML(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
     {{"xml"}, [](Session& f, FileJob& j) { ConvFileG_XML(f, j.name); }, Then::Plot, Skip::Zero, 0},
-    {{"spa"}, [](Session& f, FileJob& j) { ConvFileSPA(f, j.name); }, Then::Plot, Skip::Zero, 0},
+    {{"spa"}, [](Session& f, FileJob& j) { ConvFileSPA(f, j.name); }, Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) { ConvFileSPAModern(f, j.name); }},
     {{"spc"},
      [](Session& f, FileJob& j) {
          if (f.formatOption == "Shim_SPC") ConvShim_SPCbin(f, j.name);
          else ConvFileSPC(f, j.name);
      },
-     Then::Plot, Skip::Zero, 0},
-    {{"gaml"}, [](Session& f, FileJob& j) { ConvFileGAML(f, j.name); }, Then::Plot, Skip::Zero, 0},
+     Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) {
+         if (f.formatOption == "Shim_SPC") ConvShim_SPCbin(f, j.name);
+         else ConvFileSPCModern(f, j.name);
+     }},
+    {{"gaml"}, [](Session& f, FileJob& j) { ConvFileGAML(f, j.name); }, Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) { ConvFileGAMLModern(f, j.name); }},
     {{"jdx", "dx"}, [](Session& f, FileJob& j) { ConvFileJCAMP(f, j.name); }, Then::Plot, Skip::Zero, 0},
     {{"dcm"},
      [](Session& f, FileJob& j) {
@@ -317,7 +327,8 @@ Next convertOne(Session& form, FileJob& job, RunState& state) {
         state.outcome = RunOutcome::Declined;
         return Next::EndRun;
     }
-    if (route.read) route.read(form, job);
+    const Reader read = form.boxes.ModernRead && route.modern ? route.modern : route.read;
+    if (read) read(form, job);
     switch (route.then) {
     case Then::EndRun: state.outcome = RunOutcome::EndedByReader; return Next::EndRun;
     case Then::RefuseOption: state.outcome = RunOutcome::OptionRefused; return Next::EndRun;

@@ -27,6 +27,8 @@ const char* const Usage =
     "  --omdaq, --dxp        tick the OMDAQ or DXP output box\n"
     "  --graph               tick GRAPH (the plot stage runs; nothing is drawn)\n"
     "  --log                 tick the logarithmic scale\n"
+    "  --modern              tick \"Modern readers\": Kestro's own readers for the GAML, SPA, SPC,\n"
+    "                        RAW, MPA and CNF files that the classic rules misread\n"
     "  --answer yes|no       the answer to every Yes/No question (default: no)\n"
     "  --command-line TEXT   the program's command-line text as the readers see it\n"
     "  --help, --version\n"
@@ -133,6 +135,7 @@ std::optional<int> parse(int argc, char** argv, Options& o) {
         else if (a == "--dxp") o.boxes.cDXP = true;
         else if (a == "--graph") o.boxes.DsGr = true;
         else if (a == "--log") o.boxes.LogScale = true;
+        else if (a == "--modern") o.boxes.ModernRead = true;
         else if (a == "--format") {
             if (!value(v)) return badUsage("--format needs an entry number or text");
             o.format = formatChoice(v);
@@ -185,6 +188,7 @@ int main(int argc, char** argv) {
         b.cDXP |= options.boxes.cDXP;
         b.DsGr |= options.boxes.DsGr;
         b.LogScale |= options.boxes.LogScale;
+        b.ModernRead |= options.boxes.ModernRead;
     });
     for (const std::string& file : options.files) form.addToQueue(baseName(file), absolutePath(file));
 

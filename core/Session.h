@@ -21,6 +21,7 @@ struct Boxes {
     bool cDXP = false;
     bool DsGr = false;
     bool LogScale = false;
+    bool ModernRead = false;    // Kestro's own readers for the files the classic rules misread
     bool omdaqVisible = false;  // cOMDAQ and its label rOMDAQ
     bool dxpVisible = false;    // cDXP and its label rDXP
 };

@@ -40,6 +40,16 @@ void ConvFileGAML(Session& form, std::string& fileName);     // GAML
 void ConvFileJCAMP(Session& form, std::string& fileName);    // JCAMP-DX
 void ConvATA_b(Session& form, std::string& fileName);        // TA Instruments runs
 
+// Kestro's own readers, chosen by the "Modern readers" box, for the formats
+// whose classic rules misread real files. Same outputs, names and layouts as
+// the classic reader of the format; readers/modern/ holds them.
+void ConvCnfFileModern(Session& form, std::string& fileName);
+void ConvMpaFileModern(Session& form, std::string& fileName, const std::string& shownName);
+void ConvAXSrawModern(Session& form, std::string& fileName);
+void ConvFileSPAModern(Session& form, std::string& fileName);
+void ConvFileSPCModern(Session& form, std::string& fileName);
+void ConvFileGAMLModern(Session& form, std::string& fileName);
+
 // Medical imaging
 void ConvFileDICoM(Session& form, std::string& fileName);    // DICOM
 
