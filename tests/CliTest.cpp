@@ -35,6 +35,13 @@ TEST_F(CliTest, ConvertsQueuedFilesAndReportsEach) {
     EXPECT_EQ(convert("--type -odat k.dat").status, 0);
     EXPECT_EQ(readFile(dir.file("k.spo")), " 0            0\r\n      10      11       3\r\n\r\n");
 
+    // "Modern readers": the MPA4A-style file gives its spectrum.
+    writeFile(dir.file("m.mpa"), "[MPA4A] 404\r\nmpafmt=asc\r\n[ADC1]\r\nlivetime=2\r\n[DATA0,3 ]\r\n1\r\n2\r\n3\r\n");
+    EXPECT_EQ(convert("m.mpa").status, 1);  // the classic rules run out of ADC sections
+    EXPECT_FALSE(std::filesystem::exists(dir.file("F0m.odf")));
+    EXPECT_EQ(convert("--modern m.mpa").status, 0);
+    EXPECT_EQ(readFile(dir.file("F0m.odf")), " 0  2 \r\n 1  0 \r\n 2  3 \r\n");
+
     // An empty queue is not a failure.
     r = convert("");
     EXPECT_EQ(r.status, 0);

@@ -19,6 +19,7 @@ std::string errorDescription(int number) {
     case err::PermissionDenied: return "Permission denied";
     case err::PathFileAccess: return "Path/File access error";
     case err::PathNotFound: return "Path not found";
+    case err::BadFileFormat: return "Invalid file format";
     default: return "Application-defined or object-defined error";
     }
 }

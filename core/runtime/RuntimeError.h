@@ -22,6 +22,7 @@ inline constexpr int BadRecordNumber = 63;
 inline constexpr int PermissionDenied = 70;
 inline constexpr int PathFileAccess = 75;
 inline constexpr int PathNotFound = 76;
+inline constexpr int BadFileFormat = 321;
 // Raised by a reader whose input format has not been built yet.
 inline constexpr int NotAvailable = 1004;
 }  // namespace err

@@ -12,6 +12,7 @@
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
 #include "readers/Readers.h"
+#include "readers/nuclear/CnfReader.h"
 
 namespace kestro {
 
@@ -106,35 +107,39 @@ void writeDebugTimes(Session& form, const AcquisitionTimes& t, int32_t realTime,
     form.files.close(DebugFile);
 }
 
+// N from the first 0xD0 0x01 pair and the time record found by its marker;
+// the counts are the last 4 x N bytes.
+CnfLayout bySignatures(const BinaryReader& in, bool wantTimes) {
+    CnfLayout layout;
+    layout.channels = channelCount(in);
+    if (wantTimes) layout.timeRecord = timeRecordOffset(in);
+    layout.countsOffset = in.length() - 4 * int64_t{layout.channels};
+    return layout;
+}
+
 }  // namespace
 
-void ConvFile(Session& form, std::string& fileName) {
-    const bool debug = commandLineIs(form, {"/debug", "/deb", "/d"});
-    if (debug) writeDebugOpening(form, fileName);
-
-    const BinaryReader& in = form.files.openBinary(1, fileName);
-    const int16_t n = channelCount(in);
+void writeCnfOutputs(Session& form, std::string& fileName, const BinaryReader& in, const CnfLayout& layout,
+                     bool debug) {
+    const int16_t n = layout.channels;
     form.valueCount = n;
 
     // Without a time record, or with "/noTime", the start and live time stay
     // zero and the real time keeps whatever the previous file left.
     AcquisitionTimes times;
     int32_t liveTime = 0;
-    if (form.commandLine != "/noTime") {
-        if (const std::optional<int64_t> marker = timeRecordOffset(in)) {
-            times = readTimes(in, *marker);
-            const int32_t realTime = roundToInt32(times.realTicks / TicksPerSecond);
-            liveTime = roundToInt32(times.liveTicks / TicksPerSecond);
-            form.sharedRealTime = Value::ofInteger(realTime);
-            if (debug) writeDebugTimes(form, times, realTime, liveTime);
-        }
+    if (layout.timeRecord) {
+        times = readTimes(in, *layout.timeRecord);
+        const int32_t realTime = roundToInt32(times.realTicks / TicksPerSecond);
+        liveTime = roundToInt32(times.liveTicks / TicksPerSecond);
+        form.sharedRealTime = Value::ofInteger(realTime);
+        if (debug) writeDebugTimes(form, times, realTime, liveTime);
     }
     const DateValue start = startDate(times.startSeconds());
     const DateTimeTexts when{formatDate(start, "dd-mm-yyyy"), formatDate(start - std::floor(start), "hh:mm:ss")};
 
-    // The counts are the last 4 x N bytes; before the start of a short file
-    // that is "Bad record number".
-    ChannelCounts counts(in, in.length() - 4 * n, n);
+    // Counts before the start of a short file are "Bad record number".
+    ChannelCounts counts(in, layout.countsOffset, n);
     counts[1] = liveTime;
     counts[2] = roundToInt32(form.sharedRealTime.toNumber());
 
@@ -155,6 +160,13 @@ void ConvFile(Session& form, std::string& fileName) {
     form.files.close(2);
     form.files.close(1);
     if (debug) form.files.close(DebugFile);  // still open when the file had no time record
+}
+
+void ConvFile(Session& form, std::string& fileName) {
+    const bool debug = commandLineIs(form, {"/debug", "/deb", "/d"});
+    if (debug) writeDebugOpening(form, fileName);
+    const BinaryReader& in = form.files.openBinary(1, fileName);
+    writeCnfOutputs(form, fileName, in, bySignatures(in, form.commandLine != "/noTime"), debug);
 }
 
 }  // namespace kestro

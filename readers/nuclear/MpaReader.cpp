@@ -10,26 +10,19 @@
 
 #include "core/runtime/NumberText.h"
 #include "readers/Readers.h"
+#include "readers/nuclear/MpaReader.h"
 
 namespace kestro {
 
 namespace {
 
 constexpr int InputFile = 1;
-constexpr int DataFile = 2;
 constexpr int HeaderFile = 3;
 
 struct FileHeader {
     std::string mpaFormat;  // "mpafmt": the data format of an ".mpa" file
     std::string mpFormat;   // "fmt": the data format of an ".mp" file
     double sephead = 0;     // 1: the spectra are already in files of their own
-};
-
-struct AdcRecord {
-    int16_t range = 0;  // channel count
-    int16_t active = 0;
-    double realTime = 0;
-    double liveTime = 0;
 };
 
 bool startsWith(std::string_view line, std::string_view key) { return line.substr(0, key.size()) == key; }
@@ -60,20 +53,6 @@ size_t readAdcSection(TextReader& in, AdcRecord& adc) {
     }
 }
 
-// Where the outputs go: the input's folder, "F", the ADC number, the stem
-// (the shown name up to its first ".") and the extension.
-struct OutputNames {
-    std::string folder;
-    std::string stem;
-    std::string path(int adc, const char* extension) const { return folder + "F" + plainText(adc) + stem + extension; }
-};
-
-OutputNames outputNames(const std::string& fullName, const std::string& shownName) {
-    const size_t slash = fullName.find_last_of("/\\");
-    const std::string folder = slash == std::string::npos ? std::string() : fullName.substr(0, slash + 1);
-    return {folder, shownName.substr(0, shownName.find('.'))};
-}
-
 // The lower-case text after the first "." of the shown name; "a.b.mpa" gives
 // "b.mpa", which no rule takes.
 std::string lowerExtension(const std::string& shownName) {
@@ -81,15 +60,6 @@ std::string lowerExtension(const std::string& shownName) {
     std::string extension = dot == std::string::npos ? std::string() : shownName.substr(dot + 1);
     for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return extension;
-}
-
-// The data file, opened with its two time lines: channel 0 holds the live
-// time, channel 1 the real time, in whole seconds.
-TextWriter& openDataFile(Session& form, const std::string& path, const AdcRecord& adc) {
-    TextWriter& out = form.files.openOutput(DataFile, path);
-    out.item(int64_t{0}).item(static_cast<int64_t>(roundToInt32(adc.liveTime))).endLine();
-    out.item(int64_t{1}).item(static_cast<int64_t>(roundToInt32(adc.realTime))).endLine();
-    return out;
 }
 
 // Channels 2 to range - 1, one list-input value each.
@@ -174,6 +144,19 @@ int64_t readBinarySpectrum(Session& form, const std::string& fileName, int64_t p
 }
 
 }  // namespace
+
+OutputNames outputNames(const std::string& fullName, const std::string& shownName) {
+    const size_t slash = fullName.find_last_of("/\\");
+    const std::string folder = slash == std::string::npos ? std::string() : fullName.substr(0, slash + 1);
+    return {folder, shownName.substr(0, shownName.find('.'))};
+}
+
+TextWriter& openDataFile(Session& form, const std::string& path, const AdcRecord& adc) {
+    TextWriter& out = form.files.openOutput(DataFile, path);
+    out.item(int64_t{0}).item(static_cast<int64_t>(roundToInt32(adc.liveTime))).endLine();
+    out.item(int64_t{1}).item(static_cast<int64_t>(roundToInt32(adc.realTime))).endLine();
+    return out;
+}
 
 void ConvMpaFile(Session& form, std::string& fileName, const std::string& shownName) {
     TextReader& text = form.files.openInput(InputFile, fileName);

@@ -84,6 +84,12 @@ private slots:
         QCOMPARE(f.get<QListWidget>("List1")->toolTip(), QString("select to remove"));
         QCOMPARE(f.get<QComboBox>("Combo1")->count(), 24);
         QVERIFY(!f.get<QCheckBox>("cOMDAQ")->isVisibleTo(&f.window));
+        QCheckBox* modern = f.get<QCheckBox>("ModernRead");
+        QCOMPARE(modern->text(), QString("Modern readers"));
+        QVERIFY(!modern->isChecked());
+        QVERIFY(!modern->toolTip().isEmpty());
+        f.tick("ModernRead");
+        QVERIFY(f.window.session().boxes.ModernRead);
     }
 
     void queueingAndRemovingKeepBothListsParallel() {
