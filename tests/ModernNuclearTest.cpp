@@ -34,7 +34,8 @@ TEST_F(ModernNuclearTest, RealCnfFilesGiveTheirChannelBlocks) {
     // Channel count, times and counts decoded independently by a short
     // script that follows the block directory as xylib's CNF reader describes
     // it (entry id 0x00012005, size at +6, offset at +10, counts 512 bytes
-    // into the block; the times at acquisition block + 48 + its word at +36).
+    // into the block; the times at acquisition block + 48 + its word at +36),
+    // and for the three files xylib reads, the same counts from xyconv.
     const struct {
         const char* name;
         int64_t channels;
