@@ -436,6 +436,13 @@ Int roundHalfEven(double v) {
 int16_t roundToInt16(double v) { return roundHalfEven<int16_t>(v); }
 int32_t roundToInt32(double v) { return roundHalfEven<int32_t>(v); }
 
+int64_t roundToInt64(double v) {
+    const double r = std::nearbyint(v);
+    // 2^63 itself does not fit; every double below it does.
+    if (!(r >= -9223372036854775808.0 && r < 9223372036854775808.0)) raise(err::Overflow);
+    return static_cast<int64_t>(r);
+}
+
 // ---- format patterns ----
 
 namespace {

@@ -95,5 +95,6 @@ bool parseWholeNumber(std::string_view text, double& out);
 // rounded value does not fit.
 int16_t roundToInt16(double v);
 int32_t roundToInt32(double v);
+int64_t roundToInt64(double v);
 
 }  // namespace kestro
