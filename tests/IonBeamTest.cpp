@@ -1,10 +1,7 @@
 // OMDAQ files in and out, CSV columns and EVT event lists, through the
 // driver: crafted files compared byte for byte, the refusals that end a run,
 // and the round trip of a two-column spectrum through an OMDAQ file.
-#include <cstring>
-
 #include "TestSupport.h"
-#include "core/runtime/BinaryStream.h"
 #include "core/runtime/Dates.h"
 #include "core/runtime/NumberText.h"
 
@@ -314,30 +311,6 @@ TEST_F(CsvEvtTest, EventListsCountALengthOverFourAndReadZerosPastTheEnd) {
     // 10 bytes: 2.5 rounds half to even.
     EXPECT_EQ(converted("ten.evt", events({7}) + "\0\0", "ten.dat"), " 7  0 ");
     EXPECT_EQ(converted("empty.evt", "", "empty.dat"), "");
-}
-
-TEST(IonBeamRuntime, StreamsRoundingAndDateFields) {
-    testing::TempDir dir;
-    const std::string path = dir.file("s.bin");
-    testing::writeFile(path, "abcde");
-    BinaryStream in(path);
-    EXPECT_EQ(in.length(), 5);
-    char block[4];
-    EXPECT_EQ(in.read(block, 4), 4u);
-    EXPECT_EQ(std::string(block, 4), "abcd");
-    EXPECT_EQ(in.read(block, 4), 1u);
-    EXPECT_EQ(std::string(block, 4), std::string("e\0\0\0", 4));
-    EXPECT_EQ(in.read(block, 4), 0u);
-    EXPECT_EQ(testing::raised([&] { BinaryStream(dir.file("none")); }).number(), err::FileNotFound);
-
-    EXPECT_EQ(roundToInt64(2.5), 2);
-    EXPECT_EQ(roundToInt64(3.5), 4);
-    EXPECT_EQ(roundToInt64(-1e18), -1000000000000000000);
-    EXPECT_EQ(testing::raised([] { roundToInt64(9223372036854775808.0); }).number(), err::Overflow);
-
-    EXPECT_EQ(formatText(std::string("22-Nov-2026\0\0" "14:40\0", 19), "dd-mm-yyyy hh:mm:ss"), "22-11-2026 00:00:00");
-    const std::string blank(19, '\0');
-    EXPECT_EQ(formatText(blank, "dd-mm-yyyy"), blank);
 }
 
 }  // namespace
