@@ -16,8 +16,24 @@
 namespace kestro {
 
 namespace {
+
 constexpr size_t StreamBlock = size_t{1} << 20;
+
+// The bytes with every LF written as CR LF.
+void appendWithCrLf(std::string& out, const char* p, const char* end) {
+    while (p != end) {
+        const char* lf = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
+        if (!lf) {
+            out.append(p, end);
+            return;
+        }
+        out.append(p, lf);
+        out += "\r\n";
+        p = lf + 1;
+    }
 }
+
+}  // namespace
 
 struct TextReader::Source {
     std::FILE* file = nullptr;
@@ -83,20 +99,8 @@ bool TextReader::readBlock() {
     if (got == 0) s.fileBytes = s.readBytes;  // it shrank while being read
     const char* p = s.block.data();
     const char* end = p + got;
-    if (!s.twin) {
-        owned_.append(p, end);
-    } else {
-        while (p != end) {
-            const char* lf = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-            if (!lf) {
-                owned_.append(p, end);
-                break;
-            }
-            owned_.append(p, lf);
-            owned_ += "\r\n";
-            p = lf + 1;
-        }
-    }
+    if (s.twin) appendWithCrLf(owned_, p, end);
+    else owned_.append(p, end);
     data_ = owned_;
     // A CR at the very end may have its LF in the next block: its line is
     // not whole yet.
@@ -155,16 +159,7 @@ std::string crLfTwin(std::string bytes) {
     size_t lineFeeds = static_cast<size_t>(std::count(begin, end, '\n'));
     if (lineFeeds == 0) return bytes;
     std::string twin = reserveLarge(bytes.size() + lineFeeds);
-    for (const char* p = begin; p != end;) {
-        const char* lf = static_cast<const char*>(std::memchr(p, '\n', static_cast<size_t>(end - p)));
-        if (!lf) {
-            twin.append(p, end);
-            break;
-        }
-        twin.append(p, lf);
-        twin += "\r\n";
-        p = lf + 1;
-    }
+    appendWithCrLf(twin, begin, end);
     return twin;
 }
 
