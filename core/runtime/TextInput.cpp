@@ -41,19 +41,24 @@ struct TextReader::Source {
     int64_t readBytes = 0;  // of the file, so far
     bool twin = false;      // LF-only: every LF reads as CR LF
     int64_t length = 0;     // of the text as read
-    std::vector<char> block = std::vector<char>(StreamBlock);
+    // Sized to the file when it is smaller, and left unfilled: a batch of
+    // small files should not clear a whole block each.
+    std::unique_ptr<char[]> block;
+    size_t blockSize = 0;
+    bool held = false;  // the block holds the whole file, read already
     ~Source() {
         if (file) std::fclose(file);
     }
     size_t read() {
-        const size_t got = std::fread(block.data(), 1, block.size(), file);
-        if (got < block.size() && std::ferror(file)) raise(err::PathFileAccess);
+        const size_t got = std::fread(block.get(), 1, blockSize, file);
+        if (got < blockSize && std::ferror(file)) raise(err::PathFileAccess);
         readBytes += static_cast<int64_t>(got);
         return got;
     }
     void rewind() {
         std::rewind(file);
         readBytes = 0;
+        held = false;
     }
 };
 
@@ -61,22 +66,26 @@ TextReader::TextReader(const std::string& path, Streamed) : source_(std::make_un
     Source& s = *source_;
     s.file = std::fopen(path.c_str(), "rb");
     if (!s.file) raise(errno == ENOENT ? err::FileNotFound : err::PathFileAccess);
+    struct stat st {};
+    if (::fstat(fileno(s.file), &st) != 0 || S_ISDIR(st.st_mode)) raise(err::PathFileAccess);
+    s.blockSize = static_cast<size_t>(std::clamp<int64_t>(st.st_size, 1, static_cast<int64_t>(StreamBlock)));
+    s.block.reset(new char[s.blockSize]);
     // The twin rule needs the whole file: a first look stops at the first CR.
     bool anyCr = false;
     int64_t lineFeeds = 0;
     while (!anyCr) {
         const size_t got = s.read();
         if (got == 0) break;
-        anyCr = std::memchr(s.block.data(), '\r', got) != nullptr;
-        lineFeeds += std::count(s.block.data(), s.block.data() + got, '\n');
+        anyCr = std::memchr(s.block.get(), '\r', got) != nullptr;
+        lineFeeds += std::count(s.block.get(), s.block.get() + got, '\n');
     }
-    struct stat st {};
-    if (::fstat(fileno(s.file), &st) != 0 || S_ISDIR(st.st_mode)) raise(err::PathFileAccess);
     s.fileBytes = std::max<int64_t>(st.st_size, s.readBytes);
     s.twin = !anyCr && lineFeeds > 0;
     s.length = s.fileBytes + (s.twin ? lineFeeds : 0);
-    s.rewind();
-    owned_.reserve(2 * StreamBlock);
+    // A file that one block holds is not read twice.
+    s.held = s.readBytes > 0 && s.readBytes == s.fileBytes && s.readBytes <= static_cast<int64_t>(s.blockSize);
+    if (!s.held) s.rewind();
+    owned_.reserve(2 * s.blockSize);
 }
 
 TextReader::TextReader() = default;
@@ -86,18 +95,21 @@ TextReader::~TextReader() = default;
 
 int64_t TextReader::length() const { return source_ ? source_->length : static_cast<int64_t>(data_.size()); }
 
-bool TextReader::moreToRead() const { return source_ && source_->readBytes < source_->fileBytes; }
+bool TextReader::moreToRead() const {
+    return source_ && (source_->held || source_->readBytes < source_->fileBytes);
+}
 
 // Drops what has been read, appends the next block; false at the end.
 bool TextReader::readBlock() {
     Source& s = *source_;
-    if (s.readBytes >= s.fileBytes) return false;
+    if (s.readBytes >= s.fileBytes && !s.held) return false;
     owned_.erase(0, pos_);
     windowStart_ += static_cast<int64_t>(pos_);
     pos_ = 0;
-    const size_t got = s.read();
+    const size_t got = s.held ? static_cast<size_t>(s.readBytes) : s.read();
+    s.held = false;
     if (got == 0) s.fileBytes = s.readBytes;  // it shrank while being read
-    const char* p = s.block.data();
+    const char* p = s.block.get();
     const char* end = p + got;
     if (s.twin) appendWithCrLf(owned_, p, end);
     else owned_.append(p, end);
