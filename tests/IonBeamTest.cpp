@@ -161,6 +161,16 @@ TEST_F(OmdaqTest, ShortDataSegmentsAndEarlyEndsKeepWhatWasRead) {
     EXPECT_NE(zero.find("_det sol_angl/msr = .0\r\n"), std::string::npos);
 }
 
+TEST_F(OmdaqTest, TheOmdaqFormatChoiceReadsFilesOfAnyName) {
+    Combo1_Click(form, formatIndexOf("OMDAQ"));
+    queue("RUN001", omdaqFile(V13, {.data = TenCounts}));
+    queue("run.002", omdaqFile(V1, {.data = TenCounts}));
+    tick(true, false);
+    ASSERT_EQ(run(), RunOutcome::Finished);
+    EXPECT_TRUE(written("RUN001.spe") && written("RUN001.hdr") && written("RUN001.odf"));
+    EXPECT_TRUE(written("run.spe") && written("run.hdr") && written("run.odf"));
+}
+
 TEST_F(OmdaqTest, RefusalsEndTheRunWithTheirMessages) {
     auto refused = [&](const std::string& bytes) {
         queue("bad._", bytes);

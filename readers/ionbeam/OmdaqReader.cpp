@@ -206,14 +206,21 @@ void writeSpe(TextWriter& out, const std::string& id, const std::string& date, c
     const DateTimeTexts when{formatText(date, "dd-mm-yyyy"), formatText(date, "hh:mm:ss")};
     // The OMDAQ times stay in the header listing; the spectrum shows zeros.
     writeSpeHeader(out, {id, when, Value::ofInteger(0), Value::ofInteger(0), static_cast<int64_t>(counts.size()) - 1});
+    // Lines are built in place: a count takes at most 11 characters.
     std::string& text = out.buffer();
+    const size_t start = text.size();
+    text.resize(start + counts.size() * (11 + 2));
+    char* p = text.data() + start;
     for (int32_t c : counts) {
         char item[24];
-        char* end = writePrintItem(item, c) - 1;  // the signed text: the print item less its trailing blank
-        appendRightAligned(text, std::string_view(item, static_cast<size_t>(end - item)), DataFieldWidth);
-        text += "\r\n";
-        out.flushIfFull();
+        const size_t length = static_cast<size_t>(writePrintItem(item, c) - 1 - item);  // the signed text
+        if (length < DataFieldWidth) p = std::fill_n(p, DataFieldWidth - length, ' ');
+        p = std::copy_n(item, length, p);
+        *p++ = '\r';
+        *p++ = '\n';
     }
+    text.resize(static_cast<size_t>(p - text.data()));
+    out.flushIfFull();
 }
 
 void writeSpo(TextWriter& out, const std::vector<int32_t>& counts) {
