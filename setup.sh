@@ -29,7 +29,9 @@ before=$(ls "$out")
 convert="$PWD/build/bin/kestro-convert"
 echo "Converting the examples in $out with SPE ticked:"
 (cd "$out" && "$convert" --spe iaea.spe ascii.asc rutherford.rbs simulated.sim block.dat twocolumn.odf \
-   genie.cnf ortec.chn spectech.spu canberra.bin bruker.spx generic.xml fastcomtec.mpa)
+   genie.cnf ortec.chn spectech.spu canberra.bin bruker.spx generic.xml fastcomtec.mpa omdaq._ events.evt)
+echo "The CSV table, which ends its run once its columns are written:"
+(cd "$out" && "$convert" table.csv)
 echo "The S-100 and the 35/40 .mca dumps, each with its own format choice:"
 (cd "$out" && "$convert" --format "Canberra S-100 *.mca" s100.mca)
 (cd "$out" && "$convert" --format "Canberra 35/40 *.mca" canberra3540.mca)

@@ -272,7 +272,10 @@ void wrapDatInput(Session& form, const FileJob& job, std::string input) {
 
 // Returns the number of lines skipped.
 int64_t twoColumnPass(Session& form, const FileJob& job, int64_t skip, bool skipThroughSpeData) {
-    TextReader input(readTextFile(job.name));
+    // Only a ".dat" input to be wrapped is needed whole; any other streams,
+    // so that an event list's text larger than memory goes through.
+    const bool wrapDat = endsWithLower(job.name, "dat") && form.boxes.SPE != form.boxes.SPO;
+    TextReader input = wrapDat ? TextReader(readTextFile(job.name)) : TextReader::streaming(job.name);
     if (skipThroughSpeData) skip = linesThroughSpeData(input);
     TextWriter out(job.odfName);
     for (int64_t k = 0; k < skip; ++k) input.lineInput();
@@ -283,7 +286,7 @@ int64_t twoColumnPass(Session& form, const FileJob& job, int64_t skip, bool skip
         writeChannelPairs(form, input, out);
     }
     out.close();
-    if (endsWithLower(job.name, "dat") && form.boxes.SPE != form.boxes.SPO) wrapDatInput(form, job, input.release());
+    if (wrapDat) wrapDatInput(form, job, input.release());
     return skip;
 }
 

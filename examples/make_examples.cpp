@@ -1,7 +1,8 @@
 // Writes Kestro's example inputs: one small spectrum in each channel-data
 // text format and each instrument format Kestro reads, all from the same 64
 // counts (256 for the 35/40 dump, whose blocks hold 256), so their outputs
-// can be compared.
+// can be compared; the event list holds event energies instead.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <string>
@@ -12,6 +13,7 @@
 #include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/TextOutput.h"
+#include "readers/ionbeam/Omdaq.h"
 
 using namespace kestro;
 
@@ -195,6 +197,67 @@ void writeXml(const std::string& dir, const std::vector<int64_t>& c) {
     out.close();
 }
 
+// ---- ion-beam formats ----
+
+// One count in the OMDAQ compressed form: a literal below 32, else base-32
+// digits, all but the last in mode-5 bytes.
+void compressCount(BinaryBuilder& b, int64_t v) {
+    if (v < 32) {
+        b.u8(static_cast<uint8_t>(0xE0 | v));
+        return;
+    }
+    std::vector<uint8_t> digits;
+    for (; v > 0; v /= 32) digits.insert(digits.begin(), static_cast<uint8_t>(v % 32));
+    for (size_t i = 0; i + 1 < digits.size(); ++i) b.u8(static_cast<uint8_t>(0xA0 | digits[i]));
+    b.u8(digits.back());
+}
+
+// An OMDAQ version-13 file, compressed, from a 2 MeV proton beam on a PIXE detector.
+void writeOmdaq(const std::string& dir, const std::vector<int64_t>& c) {
+    const OmdaqLayout& layout = *omdaqLayout(13);
+    const int64_t E = layout.runBlock;
+    const int64_t S = layout.spectrum;
+    const int64_t record = S + OmdaqRecordBase;
+    BinaryBuilder b;
+    b.u8(13).u8(OmdaqSignature).padTo(OmdaqChannelsAt).i16(static_cast<int16_t>(c.size()));
+    b.padTo(static_cast<size_t>(layout.date)).text("21/11/2026 09:30:00").text("Kestro example target: Fe on C");
+    b.at(E - 10, 2.0f).at<int16_t>(E - 6, 1).at<int16_t>(E - 4, 1).at<int16_t>(E - 2, 1);
+    b.at<int32_t>(E, RealTime).at<int32_t>(E + 4, 5000);
+    b.at<int32_t>(E + 8, RealTime * 100000).at<int32_t>(E + 12, LiveTime * 100000).at<int32_t>(E + 16, LiveTime * 100000);
+    b.at(E + 20, 1.0f).at(E + 24, 1e-12f);
+    int64_t total = 0, maximum = 0;
+    for (int64_t v : c) {
+        total += v;
+        maximum = std::max(maximum, v);
+    }
+    b.at<int16_t>(S, 1).at<int16_t>(S + 2, 1).at(S + 4, static_cast<int32_t>(maximum)).at(S + 8, static_cast<int32_t>(total));
+    b.at(record + layout.calibration, 1.5f).at(record + layout.calibration + 4, 10.0f);
+    b.at<int16_t>(record + layout.radiation, 0);
+    const float geometry[5] = {30, 50, 135, 0, 0};
+    for (int k = 0; k < 5; ++k) b.at(record + layout.radiation + 2 + 4 * k, geometry[k]);
+    b.padTo(static_cast<size_t>(layout.dataOffset()));
+    for (int64_t v : c) compressCount(b, v);
+    writeBytes(dir + "/omdaq._", b);
+}
+
+// Channel, counts and background, with a header that ends in a comma.
+void writeCsv(const std::string& dir, const std::vector<int64_t>& c) {
+    TextWriter out(dir + "/table.csv");
+    out.text("channel,counts,background,").endLine();
+    for (size_t i = 0; i < c.size(); ++i) {
+        const double background = std::round(400.0 * std::exp(-static_cast<double>(i) / 20.0) * 10) / 10 + 3;
+        out.text(plainText(static_cast<int64_t>(i)) + "," + plainText(c[i]) + "," + plainText(background)).endLine();
+    }
+    out.close();
+}
+
+// 256 event energies in keV, 8-byte reals.
+void writeEvt(const std::string& dir) {
+    BinaryBuilder b;
+    for (int i = 0; i < 256; ++i) b.f64(1000.0 + 0.25 * ((i * 37) % 400));
+    writeBytes(dir + "/events.evt", b);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -219,5 +282,8 @@ int main(int argc, char** argv) {
     writeMpa(dir, c);
     writeSpx(dir, c);
     writeXml(dir, c);
+    writeOmdaq(dir, c);
+    writeCsv(dir, c);
+    writeEvt(dir);
     return 0;
 }

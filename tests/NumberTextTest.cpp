@@ -2,6 +2,7 @@
 // on, the leading-number rule, rounding into integers, patterns,
 // hexadecimal, and day numbers from 30-Dec-1899.
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 
@@ -69,14 +70,18 @@ TEST(NumberTextTest, InPlacePrintItemsMatchTheGeneralRule) {
         char buf[32];
         ASSERT_EQ(std::string(buf, channel.write(buf)), printItem(Value::ofInteger(n))) << n;
     }
-    for (const char* text : {"0", "7", "-12", "123456789012345"}) {
+    std::vector<std::string> plain = {"0", "7", "-12", "123456789012345", "1.5", "-0.0001", "0.123456789012345",
+                                      "12345678901234.5", "0.000123456789012345"};
+    for (double v = 1e-4 * 1.37; std::fabs(v) < 1e15; v *= -7.31) plain.push_back(plainText(v));
+    for (const std::string& text : plain) {
         char buf[32];
         char* end = writePrintItemOfPlainText(buf, text);
         ASSERT_NE(end, nullptr) << text;
         EXPECT_EQ(std::string(buf, end), printItem(Value::ofDouble(leadingNumber(text)))) << text;
     }
     // Texts whose print item differs from the text: left to the general rule.
-    for (const char* text : {"007", "-0", "1234567890123456", "1.5", "", "-", "12a"}) {
+    for (const char* text : {"007", "-0", "1234567890123456", "", "-", "12a", "1.50", ".5", "1.", "0.00001",
+                             "-0.0", "00.5", "1.2.3", "1e5", "1234567890123.456", "0.0001234567890123456"}) {
         char buf[32];
         EXPECT_EQ(writePrintItemOfPlainText(buf, text), nullptr) << text;
     }

@@ -180,6 +180,9 @@ bool validDay(int y, int m, int d) {
 }  // namespace
 
 bool parseDateText(std::string_view text, DateValue& out) {
+    // A zero character ends the text, as in the fixed-width date fields of
+    // binary headers, where the padding follows the date.
+    text = text.substr(0, text.find('\0'));
     std::vector<Token> date, time;
     bool inTime = false;
     size_t i = 0;

@@ -29,7 +29,8 @@ std::string generalDate(DateValue d);
 std::string formatDate(DateValue d, std::string_view pattern);
 
 // Reads "dd-mm-yyyy", "dd/mm/yyyy", "dd.mm.yyyy", "yyyy-mm-dd", "dd-mmm-yyyy"
-// with an optional "hh:mm[:ss]" after it, or a time alone.
+// with an optional "hh:mm[:ss]" after it, or a time alone; a zero character
+// ends the text.
 bool parseDateText(std::string_view text, DateValue& out);
 
 }  // namespace kestro

@@ -52,6 +52,12 @@ BinaryReader& FileTable::openTextAsBinary(int number, const std::string& path) {
     return *(files_[number].binary = std::move(reader));
 }
 
+BinaryStream& FileTable::openBinaryStream(int number, const std::string& path) {
+    checkFree(number);
+    auto stream = std::make_unique<BinaryStream>(path);
+    return *(files_[number].stream = std::move(stream));
+}
+
 TextReader& FileTable::input(int number) {
     OpenFile& f = existing(number);
     if (!f.input) raise(err::BadFileMode);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/runtime/BinaryInput.h"
+#include "core/runtime/BinaryStream.h"
 #include "core/runtime/TextInput.h"
 #include "core/runtime/TextOutput.h"
 
@@ -25,6 +26,8 @@ public:
     // Binary reads in a file opened as text before, at the positions its
     // line input counted (an LF-only text as its CR LF twin).
     BinaryReader& openTextAsBinary(int number, const std::string& path);
+    // Binary input read a block at a time, for files that need not fit in memory.
+    BinaryStream& openBinaryStream(int number, const std::string& path);
 
     // The open file of that number in that mode; "Bad file name or number"
     // when none is open, "Bad file mode" when it is open another way.
@@ -44,6 +47,7 @@ private:
         std::unique_ptr<TextReader> input;
         std::unique_ptr<TextWriter> output;
         std::unique_ptr<BinaryReader> binary;
+        std::unique_ptr<BinaryStream> stream;
     };
     void checkFree(int number) const;
     OpenFile& existing(int number);

@@ -335,15 +335,33 @@ char* writePrintItemOfPlainText(char* out, std::string_view s) {
     const char* const end = p + s.size();
     const bool negative = p != end && *p == '-';
     p += negative;
-    const size_t digits = static_cast<size_t>(end - p);
-    if (digits == 0 || digits > 15 || (*p == '0' && (digits > 1 || negative))) return nullptr;
-    // Copied while checked: on a text that is not such a number, what was
-    // written is simply not used.
-    *out++ = negative ? '-' : ' ';
-    for (; p != end; ++p) {
-        if (static_cast<unsigned>(*p - '0') > 9) return nullptr;
-        *out++ = *p;
+    const char* point = p;
+    while (point != end && static_cast<unsigned>(*point - '0') <= 9) ++point;
+    const size_t whole = static_cast<size_t>(point - p);
+    if (whole == 0 || whole > 15 || (*p == '0' && whole > 1)) return nullptr;
+    if (point == end) {
+        if (*p == '0' && negative) return nullptr;  // "-0" prints as 0
+    } else {
+        // A fraction as the rule writes it: no trailing zero, at most 15
+        // significant digits (which survive the trip through a double), and
+        // no exponent form (below 0.0001).
+        if (*point != '.') return nullptr;
+        const char* fraction = point + 1;
+        const char* last = fraction;
+        while (last != end && static_cast<unsigned>(*last - '0') <= 9) ++last;
+        if (last != end || last == fraction || last[-1] == '0') return nullptr;
+        size_t significant = whole + static_cast<size_t>(last - fraction);
+        if (*p == '0') {
+            const char* firstNonZero = fraction;
+            while (*firstNonZero == '0') ++firstNonZero;
+            if (firstNonZero - fraction > 3) return nullptr;
+            significant = static_cast<size_t>(last - firstNonZero);
+        }
+        if (significant > 15) return nullptr;
     }
+    *out++ = negative ? '-' : ' ';
+    std::memcpy(out, p, static_cast<size_t>(end - p));
+    out += end - p;
     *out++ = ' ';
     return out;
 }
@@ -435,6 +453,13 @@ Int roundHalfEven(double v) {
 
 int16_t roundToInt16(double v) { return roundHalfEven<int16_t>(v); }
 int32_t roundToInt32(double v) { return roundHalfEven<int32_t>(v); }
+
+int64_t roundToInt64(double v) {
+    const double r = std::nearbyint(v);
+    // 2^63 itself does not fit; every double below it does.
+    if (!(r >= -9223372036854775808.0 && r < 9223372036854775808.0)) raise(err::Overflow);
+    return static_cast<int64_t>(r);
+}
 
 // ---- format patterns ----
 

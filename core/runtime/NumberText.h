@@ -34,10 +34,12 @@ std::string printItem(const Value& v);
 // The print item of a whole number written at `out`, which has room for 23
 // characters; returns the end. For lines built in place.
 char* writePrintItem(char* out, int64_t v);
-// When `text` is exactly the plain text of a whole number (an optional "-",
-// then at most 15 digits without a leading zero), writes its print item at
-// `out` (room for 18 characters) and returns the end; otherwise nullptr.
-// Channel data are nearly all such texts, and need no conversion at all.
+// When `text` is exactly the plain text of a number of at most 15
+// significant digits (an optional "-", digits without a leading zero, and a
+// fraction without a trailing zero, not below 0.0001), writes its print item
+// at `out` (room for 24 characters) and returns the end; otherwise nullptr.
+// Channel data and event values are nearly all such texts, and need no
+// conversion at all.
 char* writePrintItemOfPlainText(char* out, std::string_view text);
 // The print items of 0, 1, 2, ... in turn, counted in text: the channel
 // numbers of a two-column file, without a conversion per line.
@@ -95,5 +97,6 @@ bool parseWholeNumber(std::string_view text, double& out);
 // rounded value does not fit.
 int16_t roundToInt16(double v);
 int32_t roundToInt32(double v);
+int64_t roundToInt64(double v);
 
 }  // namespace kestro

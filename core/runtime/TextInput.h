@@ -2,6 +2,7 @@
 // Text input over a whole file held in memory: line input and list input
 // with the classic rules, end of file, length, position and seek.
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -17,20 +18,29 @@ std::string crLfTwin(std::string bytes);
 
 class TextReader {
 public:
-    TextReader() = default;
-    explicit TextReader(std::string bytes) : owned_(std::move(bytes)), data_(owned_) {}
+    TextReader();
+    explicit TextReader(std::string bytes);
     // Reads text that the caller keeps alive for as long as the reader.
     static TextReader over(std::string_view text) { return TextReader(text, Borrowed{}); }
+    // Reads the file a block at a time, for text that need not fit in memory;
+    // LF-only text reads as its CR LF twin, as readTextFile has it. The same
+    // lines, fields, positions and length as a reader over the whole file;
+    // a line or field it returns stays valid until the next read.
+    static TextReader streaming(const std::string& path) { return TextReader(path, Streamed{}); }
     TextReader(const TextReader&) = delete;
     TextReader& operator=(const TextReader&) = delete;
+    ~TextReader();
 
-    bool eof() const { return pos_ >= data_.size(); }
-    int64_t length() const { return static_cast<int64_t>(data_.size()); }
+    bool eof() const { return pos_ >= data_.size() && !moreToRead(); }
+    int64_t length() const;
     // Next byte to read, counted from 1.
-    int64_t position() const { return static_cast<int64_t>(pos_) + 1; }
+    int64_t position() const { return windowStart_ + static_cast<int64_t>(pos_) + 1; }
     void seek(int64_t position);
+    // The bytes held: all of them, or for a streaming reader those of the
+    // current block.
     std::string_view bytes() const { return data_; }
-    // Hands over the bytes; the reader is empty afterwards.
+    // Hands over the bytes; the reader is empty afterwards. Not for a
+    // streaming reader.
     std::string release() {
         std::string out = data_.data() == owned_.data() ? std::move(owned_) : std::string(data_);
         owned_.clear();
@@ -59,11 +69,29 @@ public:
 private:
 
     struct Borrowed {};
-    TextReader(std::string_view text, Borrowed) : data_(text) {}
+    TextReader(std::string_view text, Borrowed);
+    struct Streamed {};
+    TextReader(const std::string& path, Streamed);
+
+    // Streaming: the file behind the window of bytes held.
+    struct Source;
+    bool moreToRead() const;
+    // Before a line or field: the window holds it whole, up to its line end
+    // (crOnly: a CR; else a CR or LF), or the file has no more.
+    void holdLineAhead(bool crOnly) {
+        if (source_ && static_cast<int64_t>(pos_) > (crOnly ? lastCr_ : lastBreak_)) readMore(crOnly);
+    }
+    void readMore(bool crOnly);
+    bool readBlock();
+    void holdThroughQuote();
 
     std::string owned_;
     std::string_view data_;
     size_t pos_ = 0;
+    std::unique_ptr<Source> source_;
+    int64_t windowStart_ = 0;  // bytes of the text before the window
+    int64_t lastCr_ = -1;      // the last line end in the window whose line is whole
+    int64_t lastBreak_ = -1;
 };
 
 }  // namespace kestro

@@ -1,0 +1,35 @@
+#include "core/runtime/BinaryStream.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "core/runtime/RuntimeError.h"
+
+namespace kestro {
+
+BinaryStream::BinaryStream(const std::string& path) {
+    file_ = std::fopen(path.c_str(), "rb");
+    if (!file_) raise(errno == ENOENT ? err::FileNotFound : err::PathFileAccess);
+    struct stat st {};
+    if (::fstat(fileno(file_), &st) != 0 || S_ISDIR(st.st_mode)) {
+        std::fclose(file_);
+        file_ = nullptr;
+        raise(err::PathFileAccess);
+    }
+    length_ = static_cast<int64_t>(st.st_size);
+}
+
+BinaryStream::~BinaryStream() {
+    if (file_) std::fclose(file_);
+}
+
+size_t BinaryStream::read(char* to, size_t count) {
+    const size_t got = std::fread(to, 1, count, file_);
+    if (got < count && std::ferror(file_)) raise(err::PathFileAccess);
+    std::memset(to + got, 0, count - got);
+    return got;
+}
+
+}  // namespace kestro
