@@ -146,8 +146,9 @@ struct Values {
     std::string startTag;
 
     // The number in the classic plain-text layout: 7 digits for FLOAT32, 15 for FLOAT64.
-    std::string text(int64_t i) const {
-        return width == 4 ? plainText(bytes.f32(4 * i)) : plainText(bytes.f64(8 * i));
+    void appendText(std::string& out, int64_t i) const {
+        if (width == 4) out += plainText(bytes.f32(4 * i));
+        else appendPlainText(out, bytes.f64(8 * i));
     }
 };
 
@@ -165,8 +166,9 @@ bool readValues(std::string_view startTag, std::string_view content, Values& v) 
                          bytes.begin() + static_cast<std::ptrdiff_t>(at) + v.width);
     v.decodedBytes = static_cast<int64_t>(bytes.size());
     v.count = v.decodedBytes / v.width;
-    const std::string_view declared = attribute(startTag, "numvalues");
-    if (!declared.empty()) v.count = std::min(v.count, static_cast<int64_t>(std::max(leadingNumber(declared), 0.0)));
+    int64_t declared;
+    if (parseDecimalDigits(attribute(startTag, "numvalues"), declared) && declared >= 0)
+        v.count = std::min(v.count, declared);
     v.bytes = BinaryReader(std::move(bytes));
     v.startTag = startTag;
     return true;
@@ -201,8 +203,8 @@ GamlContent scanGaml(std::string_view xml) {
     Tag tag;
     while (nextTag(xml, at, tag)) {
         if (tag.closing) {
-            const auto match = std::find(open.rbegin(), open.rend(), tag.name);
-            if (match != open.rend()) open.erase(std::prev(match.base()), open.end());
+            // A closing tag that closes nothing open is ignored.
+            if (!open.empty() && open.back() == tag.name) open.pop_back();
             continue;
         }
         if (tag.name == "GAML" && g.gamlTag.empty()) g.gamlTag = tag.text;
@@ -232,7 +234,10 @@ GamlContent scanGaml(std::string_view xml) {
 void writeSeries(TextWriter& out, const Values& x, const Values& y) {
     const int64_t points = std::min(x.count, y.count);
     for (int64_t i = 0; i < points; ++i) {
-        out.text(x.text(i)).text(",").text(y.text(i)).endLine();
+        x.appendText(out.buffer(), i);
+        out.text(",");
+        y.appendText(out.buffer(), i);
+        out.endLine();
         out.flushIfFull();
     }
 }

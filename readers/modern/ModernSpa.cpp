@@ -75,7 +75,8 @@ std::string title(const BinaryReader& in) {
 void writePoints(TextWriter& out, const BinaryReader& in, const Block& data, int64_t count, double firstX,
                  double step) {
     for (int64_t i = 0; i < count; ++i) {
-        out.text(plainText(firstX + static_cast<double>(i) * step)).text(",").tab(20);
+        appendPlainText(out.buffer(), firstX + static_cast<double>(i) * step);
+        out.text(",").tab(20);
         out.text(plainText(in.f32(data.offset + 4 * i))).endLine();
         out.flushIfFull();
     }
