@@ -76,7 +76,8 @@ struct Sample {
 // SPA: the type-3 block of the directory at 304 (16-byte entries, count at
 // 294), X from the type-2 header block (count +4, first X +16, last X +20);
 // SPC: the 512-byte header, X array or evenly spaced X, Y after the 32-byte
-// sub-header as int32 x 2^(exponent-32) or as singles (exponent 80h).
+// sub-header as int32 x 2^(exponent-32) or as singles (exponent 80h). The
+// SPC values agree to the last digit with what spc-parser (npm) reads.
 const std::vector<Sample> RealSamples = {
     {"gaml/TN_OMNIC_FTIR.gaml",
      {{"TN_OMNIC_FTIR.odf", 1868, 3999.703125, 399.2538146972656,
@@ -269,9 +270,11 @@ TEST_F(ModernAnalyticalTest, GamlFloat64ByteOrdersAndLineEnds) {
 TEST_F(ModernAnalyticalTest, GamlRefusals) {
     convertModern("x.gaml", "<?xml version=\"1.0\"?>\n<spectrum/>\n");
     EXPECT_EQ(message(), "Not a GAML type file. Conversion aborted!");
-    // Y values in a format GAML numbers are not stored in are no data.
+    // Y values in a format GAML numbers are not stored in are no data; nor
+    // are Y values whose own Xdata has no X values (not even an earlier one's).
     convertModern("y.gaml", "<GAML><Xdata><values format=\"FLOAT32\">AADgQA==</values>"
-                            "<Ydata><values format=\"TEXT\">abc</values></Ydata></Xdata></GAML>");
+                            "<Ydata><values format=\"TEXT\">abc</values></Ydata></Xdata>"
+                            "<Xdata><Ydata><values format=\"FLOAT32\">AADgQA==</values></Ydata></Xdata></GAML>");
     EXPECT_EQ(message(), "No Y data found. Conversion aborted!");
     EXPECT_FALSE(written("x.odf") || written("y.odf"));
 }

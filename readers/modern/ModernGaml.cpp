@@ -6,6 +6,7 @@
 // belongs to.
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -199,6 +200,9 @@ GamlContent scanGaml(std::string_view xml) {
     GamlContent g;
     std::vector<std::string_view> open;
     std::vector<std::string> pending;  // listing lines since the last Y array
+    // The X array of the Xdata being read: a Y array without one is no data.
+    constexpr size_t NoX = SIZE_MAX;
+    size_t currentX = NoX;
     size_t at = 0;
     Tag tag;
     while (nextTag(xml, at, tag)) {
@@ -209,6 +213,7 @@ GamlContent scanGaml(std::string_view xml) {
         }
         if (tag.name == "GAML" && g.gamlTag.empty()) g.gamlTag = tag.text;
         if (tag.name == "trace" || tag.name == "Xdata" || tag.name == "Ydata") pending.emplace_back(tag.text);
+        if (tag.name == "Xdata") currentX = NoX;
         if (tag.name != "values") {
             if (!tag.empty) open.push_back(tag.name);
             continue;
@@ -222,9 +227,10 @@ GamlContent scanGaml(std::string_view xml) {
         pending.push_back(v.startTag);
         pending.push_back(lengthLine(v, parent == "Xdata" ? "X" : "Y"));
         if (parent == "Xdata") {
+            currentX = g.xArrays.size();
             g.xArrays.push_back(std::move(v));
-        } else if (!g.xArrays.empty()) {
-            g.series.push_back({g.xArrays.size() - 1, std::move(v), std::move(pending)});
+        } else if (currentX != NoX) {
+            g.series.push_back({currentX, std::move(v), std::move(pending)});
             pending.clear();
         }
     }
