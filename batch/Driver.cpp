@@ -80,6 +80,13 @@ void withoutSpe(Session& form, FileJob& job, void (*read)(Session&, std::string&
     form.changeBoxes([spe](Boxes& b) { b.SPE = spe; });
 }
 
+// A modern reader that splits a file into several ".odf" files leaves the
+// first one's name: the report and the plot show that one.
+void readModern(Session& form, FileJob& job, void (*read)(Session&, std::string&)) {
+    read(form, job.name);
+    if (endsWithLower(job.name, ".odf")) job.odfName = job.name;
+}
+
 // Tested top to bottom, first match wins; the order is part of the behaviour.
 const Route extensionRoutes[] = {
     {{"csv"}, [](Session& f, FileJob& j) { ExtrCSV(f, j.name); }, Then::EndRun, Skip::Zero, 0},
@@ -104,7 +111,7 @@ const Route extensionRoutes[] = {
     {{"spx"}, [](Session& f, FileJob& j) { ConvFileXML(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
     {{"xml"}, [](Session& f, FileJob& j) { ConvFileG_XML(f, j.name); }, Then::Plot, Skip::Zero, 0},
     {{"spa"}, [](Session& f, FileJob& j) { ConvFileSPA(f, j.name); }, Then::Plot, Skip::Zero, 0,
-     [](Session& f, FileJob& j) { ConvFileSPAModern(f, j.name); }},
+     [](Session& f, FileJob& j) { readModern(f, j, ConvFileSPAModern); }},
     {{"spc"},
      [](Session& f, FileJob& j) {
          if (f.formatOption == "Shim_SPC") ConvShim_SPCbin(f, j.name);
@@ -113,10 +120,10 @@ const Route extensionRoutes[] = {
      Then::Plot, Skip::Zero, 0,
      [](Session& f, FileJob& j) {
          if (f.formatOption == "Shim_SPC") ConvShim_SPCbin(f, j.name);
-         else ConvFileSPCModern(f, j.name);
+         else readModern(f, j, ConvFileSPCModern);
      }},
     {{"gaml"}, [](Session& f, FileJob& j) { ConvFileGAML(f, j.name); }, Then::Plot, Skip::Zero, 0,
-     [](Session& f, FileJob& j) { ConvFileGAMLModern(f, j.name); }},
+     [](Session& f, FileJob& j) { readModern(f, j, ConvFileGAMLModern); }},
     {{"jdx", "dx"}, [](Session& f, FileJob& j) { ConvFileJCAMP(f, j.name); }, Then::Plot, Skip::Zero, 0},
     {{"dcm"},
      [](Session& f, FileJob& j) {

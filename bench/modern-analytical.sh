@@ -1,0 +1,161 @@
+#!/usr/bin/env bash
+# Benchmark of the modern GAML, Thermo SPA and Galactic SPC readers against
+# the classic ones, on the same batch, one run each.
+#
+# Usage: bench/modern-analytical.sh [-f FILES] [-n POINTS] [CONVERTER [WORKDIR]]
+#
+#   CONVERTER  the kestro-convert to measure (default: build/bin/kestro-convert
+#              under the repository root)
+#   WORKDIR    where the inputs and outputs go; created if missing and left in
+#              place (default: a fresh temporary folder, removed afterwards)
+#   -f         files per format (default 200)
+#   -n         points per file (default 20000)
+#
+# The generated files are laid out so that both readers read them whole: a
+# GAML file with its tags at the line starts and CR LF line ends, an SPA file
+# whose directory and data signature agree, a Y-only SPC file with a date.
+# Each batch is converted with "--modern" and without it; the ratio is the
+# classic time over the modern time. Target: ratio at least 1.
+# Exit status: 0 every target met, 1 a target missed, 2 usage or setup error,
+# 3 a classic reader is not available yet (its row says so).
+set -euo pipefail
+
+files=200
+points=20000
+usage() { sed -n '4,12s/^# \{0,1\}//p' "$0"; }
+while getopts ':f:n:h' opt; do
+  case $opt in
+    f) files=$OPTARG ;;
+    n) points=$OPTARG ;;
+    h) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+  esac
+done
+shift $((OPTIND - 1))
+[ $# -le 2 ] || { usage >&2; exit 2; }
+[[ $files =~ ^[1-9][0-9]*$ ]] || { echo "modern-analytical.sh: -f needs a whole number of at least 1" >&2; exit 2; }
+[[ $points =~ ^[1-9][0-9]*$ ]] && [ "$points" -ge 2 ] ||
+  { echo "modern-analytical.sh: -n needs a whole number of at least 2" >&2; exit 2; }
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+conv=${1:-$root/build/bin/kestro-convert}
+[ -x "$conv" ] || { echo "modern-analytical.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
+conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
+[ -n "${EPOCHREALTIME:-}" ] || { echo "modern-analytical.sh: bash 5 or later is needed" >&2; exit 2; }
+command -v python3 >/dev/null || { echo "modern-analytical.sh: python3 is needed to generate the inputs" >&2; exit 2; }
+
+if [ $# -ge 2 ]; then
+  work=$2
+  mkdir -p "$work"
+else
+  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-modern.XXXXXX")
+  trap 'rm -rf "$work"' EXIT
+  trap 'exit 130' INT TERM
+fi
+work=$(cd "$work" && pwd)
+
+# One folder per format, FILES inputs of POINTS points each.
+generate() {
+  python3 - "$work" "$files" "$points" <<'EOF'
+import base64, math, os, struct, sys
+work, files, points = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+ys = [1000 * (1.5 + math.sin(i / 50.0)) for i in range(points)]
+xs = [4000.0 - 3600.0 * i / (points - 1) for i in range(points)]
+
+def b64lines(values):
+    text = base64.b64encode(struct.pack('<%df' % len(values), *values)).decode()
+    return '\r\n'.join(text[i:i + 76] for i in range(0, len(text), 76))
+
+gaml = ('<?xml version="1.0" encoding="UTF-8"?>\r\n<GAML version="1.20" name="bench">\r\n'
+        '<experiment name="e">\r\n<trace name="t" technique="IR">\r\n'
+        '<Xdata label="x" units="WAVENUMBER">\r\n<values byteorder="INTEL" format="FLOAT32" numvalues="%d">%s\r\n'
+        '</values>\r\n<Ydata label="y" units="ABSORBANCE">\r\n'
+        '<values byteorder="INTEL" format="FLOAT32" numvalues="%d">%s\r\n</values>\r\n'
+        '</Ydata>\r\n</Xdata>\r\n</trace>\r\n</experiment>\r\n</GAML>\r\n'
+        % (points, b64lines(xs), points, b64lines(ys))).encode()
+
+# SPA: directory of a header block (type 2) and the data (type 3); the data
+# follows CR LF CR LF and three zeros, as the classic search expects.
+spa = bytearray(1024)
+spa[0:18] = b'Spectral Data File'
+struct.pack_into('<H', spa, 294, 2)
+struct.pack_into('<BBII', spa, 304, 2, 0, 560, 140)
+struct.pack_into('<BBII', spa, 320, 3, 0, 1024, 4 * points)
+struct.pack_into('<IIII', spa, 560, 3, points, 1, 17)
+struct.pack_into('<fffI', spa, 576, xs[0], xs[-1], 0.001, points)
+spa[1017:1024] = b'\r\n\r\n\0\0\0'
+spa += struct.pack('<%df' % points, *ys)
+
+# SPC: Y-only, 32-bit integers with exponent 16, a valid date word.
+spc = bytearray(512)
+struct.pack_into('<BBBBidd', spc, 0, 0, 0x4B, 0, 16, points, xs[0], xs[-1])
+struct.pack_into('<i', spc, 24, 1)
+struct.pack_into('<I', spc, 32, (2024 << 20) | (5 << 16) | (17 << 11) | (9 << 6) | 30)
+spc += bytes(32) + struct.pack('<%di' % points, *(int(y * 65536) for y in ys))
+
+for ext, data in (('gaml', gaml), ('spa', bytes(spa)), ('spc', bytes(spc))):
+    folder = os.path.join(work, ext)
+    os.makedirs(folder, exist_ok=True)
+    for i in range(files):
+        with open(os.path.join(folder, 'f%05d.%s' % (i, ext)), 'wb') as f:
+            f.write(data)
+EOF
+}
+
+# Converts every input of a folder in one run; prints the seconds taken, or
+# "n/a" when the converter says the reader is not available yet.
+#   timed DIR EXT [--modern]
+timed() {
+  local dir=$1 ext=$2 t0 t1 rc=0
+  shift 2
+  find "$dir" -maxdepth 1 -type f ! -name "*.$ext" -delete
+  t0=${EPOCHREALTIME//[!0-9]/}
+  (cd "$dir" && "$conv" "$@" ./*."$ext" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
+  t1=${EPOCHREALTIME//[!0-9]/}
+  if grep -q 'not available yet' "$work/.stderr"; then
+    echo n/a
+    return
+  fi
+  if [ $rc -ne 0 ] || [ -s "$work/.stderr" ] || ! tail -n 1 "$work/.stdout" | grep -qx "Finished $files files"; then
+    echo "modern-analytical.sh: the $ext batch failed (exit $rc):" >&2
+    tail -n 3 "$work/.stdout" "$work/.stderr" >&2
+    exit 2
+  fi
+  local lines
+  lines=$(wc -l <"$dir/f00000.odf")
+  [ "$lines" -eq "$points" ] || { echo "modern-analytical.sh: $ext: $lines points written, expected $points" >&2; exit 2; }
+  awk -v us=$((t1 - t0)) 'BEGIN { printf "%.3f", us / 1e6 }'
+}
+
+echo "Generating $files files of $points points per format in $work ..." >&2
+generate
+
+rows=()
+failed=0
+missing=0
+for ext in gaml spa spc; do
+  echo "  $ext: modern, then classic" >&2
+  modern=$(timed "$work/$ext" "$ext" --modern)
+  classic=$(timed "$work/$ext" "$ext")
+  if [ "$classic" = n/a ]; then
+    rows+=("$(printf '%-6s %6d %8d %10s %10s %7s %s' "$ext" "$files" "$points" "$modern" n/a - 'classic reader not available yet')")
+    missing=1
+    continue
+  fi
+  row=$(awk -v e="$ext" -v f="$files" -v p="$points" -v m="$modern" -v c="$classic" 'BEGIN {
+    r = c / m
+    printf "%-6s %6d %8d %10.3f %10.3f %7.2f %s", e, f, p, m, c, r, r >= 1 ? "PASS" : "FAIL"
+  }')
+  rows+=("$row")
+  [[ $row == *FAIL ]] && failed=1
+done
+
+echo
+printf '%-6s %6s %8s %10s %10s %7s %s\n' format files points "modern s" "classic s" ratio "ratio>=1"
+printf '%s\n' "${rows[@]}"
+echo
+echo "One run of each; ratio = classic time / modern time. The CPU may be shared: times are noisy."
+echo "Converter: $conv"
+[ $failed = 0 ] || exit 1
+[ $missing = 0 ] || exit 3
+exit 0
