@@ -258,6 +258,37 @@ void writeEvt(const std::string& dir) {
     writeBytes(dir + "/events.evt", b);
 }
 
+// ---- diffraction scans: the counts as intensities over 2-theta from 20 by 0.05 ----
+
+constexpr double ScanStart = 20.0;
+constexpr double ScanStep = 0.05;
+
+// Bruker/AXS RAW4.00 "HRXRD": two ranges of the same steps, each range's data
+// followed by the 1776-byte header of the next; the second range at half
+// the intensity.
+void writeRaw(const std::string& dir, const std::vector<int64_t>& c) {
+    constexpr size_t FirstData = 3726;
+    constexpr size_t Supplement = 1776;
+    BinaryBuilder b;
+    b.text("RAW4.00").padTo(12).text("11/21/26").padTo(22).text("09:30:00").padTo(142).text("HRXRD");
+    b.at(299, 1.5406).at(307, 1.54439).at(1954, static_cast<int32_t>(c.size())).at(2030, ScanStep).at(2394, ScanStart);
+    b.padTo(FirstData);
+    for (int64_t v : c) b.f32(static_cast<float>(v));
+    b.padTo(b.size() + Supplement);
+    for (int64_t v : c) b.f32(static_cast<float>(v) / 2);
+    writeBytes(dir + "/brukeraxs.raw", b);
+}
+
+// PANalytical RD: wavelengths, step, start and stop in a 250-byte header,
+// then 16-bit intensities.
+void writeRd(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.text("V3RD").at(94, 1.5406).at(102, 1.54439).at(110, 0.5);
+    b.at(214, ScanStep).at(222, ScanStart).at(230, ScanStart + ScanStep * static_cast<double>(c.size() - 1)).padTo(250);
+    for (int64_t v : c) b.i16(static_cast<int16_t>(v));
+    writeBytes(dir + "/panalytical.rd", b);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -285,5 +316,7 @@ int main(int argc, char** argv) {
     writeOmdaq(dir, c);
     writeCsv(dir, c);
     writeEvt(dir);
+    writeRaw(dir, c);
+    writeRd(dir, c);
     return 0;
 }

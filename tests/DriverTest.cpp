@@ -68,7 +68,7 @@ TEST_F(DriverTest, AFailureEndsTheRunWithItsMessageAndKeepsEarlierOutputs) {
          "! CHECK PATH/FOLDER USERS PERMISSIONS !\nError 75 Path/File access error in 'ODF writing'       \n\n"
          "PROBABLY LOCKED FOR WRITING\nUNLOCK IT or CHOOSE a DIFFERENT FOLDER!"},
         // Formats still to come say so.
-        {"g.raw", "", false, false, failureBox("Error 1004 The Bruker/AXS RAW input format is not available yet")},
+        {"g.dxp", "", false, false, failureBox("Error 1004 The DXP input format is not available yet")},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(convert(c.name, c.bytes, c.spe, c.spo), RunOutcome::ErrorHandled) << c.name;

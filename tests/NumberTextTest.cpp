@@ -4,7 +4,9 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <limits>
+#include <random>
 
 #include "TestSupport.h"
 #include "core/runtime/Dates.h"
@@ -127,6 +129,44 @@ TEST(NumberTextTest, RoundingHalfToEvenIntoIntegers) {
         EXPECT_EQ(raised([v] { roundToInt16(v); }).number(), err::Overflow) << v;
     for (double v : {2147483647.5, -2147483649.0, nan, -inf})
         EXPECT_EQ(raised([v] { roundToInt32(v); }).number(), err::Overflow) << v;
+}
+
+TEST(NumberTextTest, SinglesAndDivisionFaults) {
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(toSingle(22.02), 22.02f);
+    EXPECT_EQ(toSingle(-3.4028234663852886e38), -std::numeric_limits<float>::max());
+    for (double v : {3.5e38, -1e300, nan, inf})
+        EXPECT_EQ(raised([v] { toSingle(v); }).number(), err::Overflow) << v;
+    std::string s;
+    appendPrintItem(s, 0.04f);
+    appendSignedText(s, -1e8f);
+    EXPECT_EQ(s, " 0.04 -1E+08");
+
+    EXPECT_EQ(divide(1, 4), 0.25);
+    EXPECT_EQ(raised([] { divide(1, 0); }).number(), err::DivisionByZero);
+    EXPECT_EQ(raised([] { divide(-1, -0.0); }).number(), err::DivisionByZero);
+    EXPECT_EQ(raised([] { divide(0, 0); }).number(), err::Overflow);
+    EXPECT_EQ(raised([nan] { divide(nan, 2); }).number(), err::Overflow);
+    EXPECT_EQ(raised([] { divide(1e300, 1e-300); }).number(), err::Overflow);
+}
+
+TEST(NumberTextTest, SingleDigitsAgreeWithTheScientificDigits) {
+    // Any Single from 1E-06 to 1E+08 reads back as its 7-digit scientific text does.
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> exponent(-6, 8);
+    for (int i = 0; i < 100000; ++i) {
+        const float f = static_cast<float>(std::pow(10.0, exponent(rng)));
+        char scientific[32];
+        std::snprintf(scientific, sizeof scientific, "%.6e", static_cast<double>(f));
+        ASSERT_EQ(std::stod(plainText(f)), std::stod(scientific)) << scientific;
+    }
+    // Exact ties go to the even digit; rounding up may carry into a new decade.
+    EXPECT_EQ(plainText(4999999.5f), "5000000");
+    EXPECT_EQ(plainText(4999998.5f), "4999998");
+    EXPECT_EQ(plainText(0.0099999998f), "0.01");
+    EXPECT_EQ(plainText(1.2345678e-5f), "1.234568E-05");
+    EXPECT_EQ(plainText(22.02f), "22.02");
 }
 
 TEST(NumberTextTest, NumberAndTextPatterns) {

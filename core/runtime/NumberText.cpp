@@ -1,8 +1,10 @@
 #include "core/runtime/NumberText.h"
 
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "core/runtime/Dates.h"
 #include "core/runtime/RuntimeError.h"
@@ -13,6 +15,71 @@ namespace {
 
 constexpr int DoubleDigits = 15;
 constexpr int SingleDigits = 7;
+
+// Appends significant digits mantissa[0..n) (no trailing zeros), the first
+// of them at the decimal `exponent`, in the fixed or the exponent form.
+void appendLaidOut(std::string& out, const char* mantissa, int n, int exponent, int digits) {
+    if (exponent >= digits || exponent < -4) {
+        out += mantissa[0];
+        if (n > 1) {
+            out += '.';
+            out.append(mantissa + 1, static_cast<size_t>(n - 1));
+        }
+        out += exponent < 0 ? "E-" : "E+";
+        int ax = std::abs(exponent);
+        if (ax < 10) out += '0';
+        out += std::to_string(ax);
+    } else if (exponent < 0) {
+        out += "0.";
+        out.append(static_cast<size_t>(-exponent - 1), '0');
+        out.append(mantissa, static_cast<size_t>(n));
+    } else {
+        int whole = exponent + 1;
+        for (int i = 0; i < whole; ++i) out += i < n ? mantissa[i] : '0';
+        if (n > whole) {
+            out += '.';
+            out.append(mantissa + whole, static_cast<size_t>(n - whole));
+        }
+    }
+}
+
+// The 7 significant digits of a Single between 1E-05 and 1E+07, without a
+// round trip through a scientific text. A Single is M x 2^E with M below
+// 2^24, so a x 10^k (k <= 11) is M x 5^k x 2^(E + k), whose M x 5^k fits 64
+// bits: its whole part and the rest are exact, and rounding half to even
+// gives the digits the general rule gives. Angles of scans are nearly all
+// such values.
+bool appendSingleDigits(std::string& out, double a) {
+    static constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
+    static constexpr uint64_t FivePowers[] = {1,       5,        25,        125,        625,        3125,
+                                              15625,   78125,    390625,    1953125,    9765625,    48828125};
+    if (!(a >= 1e-5 && a < 1e7) || static_cast<double>(static_cast<float>(a)) != a) return false;
+    int exponent = -5;
+    while (a >= Tens[exponent + 6]) ++exponent;
+    const int k = SingleDigits - 1 - exponent;
+    const auto bits = std::bit_cast<uint32_t>(static_cast<float>(a));
+    const uint64_t product = ((bits & 0x7FFFFFu) | 0x800000u) * FivePowers[k];
+    const int twos = static_cast<int>((bits >> 23) & 0xFF) - 150 + k;
+    uint64_t m;
+    if (twos >= 0) {
+        m = product << twos;
+    } else {
+        m = product >> -twos;
+        const uint64_t rest = product & ((uint64_t{1} << -twos) - 1);
+        const uint64_t half = uint64_t{1} << (-twos - 1);
+        if (rest > half || (rest == half && m % 2 != 0)) ++m;
+    }
+    if (m == 10'000'000) {
+        m = 1'000'000;
+        ++exponent;
+    }
+    char mantissa[SingleDigits];
+    for (int i = SingleDigits - 1; i >= 0; --i, m /= 10) mantissa[i] = static_cast<char>('0' + m % 10);
+    int n = SingleDigits;
+    while (n > 1 && mantissa[n - 1] == '0') --n;
+    appendLaidOut(out, mantissa, n, exponent, SingleDigits);
+    return true;
+}
 
 // Appends |v|'s digits (no sign) with the given number of significant digits.
 void appendMagnitude(std::string& out, double v, int digits) {
@@ -36,6 +103,7 @@ void appendMagnitude(std::string& out, double v, int digits) {
         out.append(buf, r.ptr);
         return;
     }
+    if (digits == SingleDigits && appendSingleDigits(out, a)) return;
     char buf[48];
     auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, digits - 1);
     // buf holds d[.ddd]e[+-]xx
@@ -47,29 +115,7 @@ void appendMagnitude(std::string& out, double v, int digits) {
     for (char* p = buf; p < e; ++p)
         if (*p != '.') mantissa[n++] = *p;
     while (n > 1 && mantissa[n - 1] == '0') --n;
-
-    if (exponent >= digits || exponent < -4) {
-        out += mantissa[0];
-        if (n > 1) {
-            out += '.';
-            out.append(mantissa + 1, static_cast<size_t>(n - 1));
-        }
-        out += exponent < 0 ? "E-" : "E+";
-        int ax = std::abs(exponent);
-        if (ax < 10) out += '0';
-        out += std::to_string(ax);
-    } else if (exponent < 0) {
-        out += "0.";
-        out.append(static_cast<size_t>(-exponent - 1), '0');
-        out.append(mantissa, static_cast<size_t>(n));
-    } else {
-        int whole = exponent + 1;
-        for (int i = 0; i < whole; ++i) out += i < n ? mantissa[i] : '0';
-        if (n > whole) {
-            out += '.';
-            out.append(mantissa + whole, static_cast<size_t>(n - whole));
-        }
-    }
+    appendLaidOut(out, mantissa, n, exponent, digits);
 }
 
 void appendNumber(std::string& out, double v, int digits) {
@@ -201,6 +247,13 @@ void appendPrintItem(std::string& out, double v) {
     appendSignedNumber(out, v, DoubleDigits);
     out += ' ';
 }
+
+void appendPrintItem(std::string& out, float v) {
+    appendSignedNumber(out, v, SingleDigits);
+    out += ' ';
+}
+
+void appendSignedText(std::string& out, float v) { appendSignedNumber(out, v, SingleDigits); }
 
 void appendPrintItem(std::string& out, int64_t v) {
     char buf[24];
@@ -459,6 +512,18 @@ int64_t roundToInt64(double v) {
     // 2^63 itself does not fit; every double below it does.
     if (!(r >= -9223372036854775808.0 && r < 9223372036854775808.0)) raise(err::Overflow);
     return static_cast<int64_t>(r);
+}
+
+float toSingle(double v) {
+    if (!(std::fabs(v) <= std::numeric_limits<float>::max())) raise(err::Overflow);
+    return static_cast<float>(v);
+}
+
+double divide(double dividend, double divisor) {
+    if (divisor == 0) raise(dividend == 0 || std::isnan(dividend) ? err::Overflow : err::DivisionByZero);
+    const double quotient = dividend / divisor;
+    if (!std::isfinite(quotient)) raise(err::Overflow);
+    return quotient;
 }
 
 // ---- format patterns ----

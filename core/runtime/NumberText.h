@@ -64,7 +64,9 @@ bool parseDecimalDigits(std::string_view text, int64_t& out);
 void appendPlainText(std::string& out, double v);
 void appendPlainText(std::string& out, int64_t v);
 void appendPrintItem(std::string& out, double v);
+void appendPrintItem(std::string& out, float v);  // a Single, 7 digits
 void appendPrintItem(std::string& out, int64_t v);
+void appendSignedText(std::string& out, float v);
 void appendPrintItem(std::string& out, const Value& v);
 
 // Right-aligned in a field of width characters; a longer text is kept whole.
@@ -98,5 +100,12 @@ bool parseWholeNumber(std::string_view text, double& out);
 int16_t roundToInt16(double v);
 int32_t roundToInt32(double v);
 int64_t roundToInt64(double v);
+
+// A double stored as a Single; beyond a Single's range, infinite or not a
+// number: Overflow.
+float toSingle(double v);
+// Division with the classic faults: by zero, "Division by zero" (0 / 0 is
+// Overflow); a result that is infinite or not a number, Overflow.
+double divide(double dividend, double divisor);
 
 }  // namespace kestro

@@ -1,0 +1,219 @@
+#!/usr/bin/env bash
+# Benchmark of kestro-convert on diffraction scans: a batch of Bruker/AXS
+# RAW1.01 files (one range each) and a batch of PANalytical RD files, each
+# batch converted in one kestro-convert run.
+#
+# Usage: bench/diffraction.sh [-f FILES] [-n STEPS] [-r RUNS] [CONVERTER [WORKDIR]]
+#
+#   CONVERTER  the kestro-convert to measure (default: build/bin/kestro-convert
+#              under the repository root)
+#   WORKDIR    where the inputs and outputs go; created if missing and left in
+#              place (default: a fresh temporary folder, removed afterwards)
+#   -f         files per batch (default 2000)
+#   -n         steps (points) per scan (default 4000)
+#   -r         runs per timing; the best one counts (default 3)
+#
+# Each batch is timed against the I/O floor taken in the same run (reading
+# every input and writing files of the outputs' sizes, page cache warm) and
+# against xyconv (Debian package libxy-bin, installed when missing) in its
+# batch mode on the same files: "xyconv -t bruker_raw -m DIR ..." and
+# "xyconv -t philips_rd -m DIR ...". Targets: conversion at most 3 x the
+# floor, and at least 5 x faster than xyconv.
+# Exit status: 0 every target met, 1 a target missed, 2 usage or setup error
+# or a failed conversion.
+set -euo pipefail
+
+files=2000
+steps=4000
+runs=3
+usage() { sed -n '6,15s/^# \{0,1\}//p' "$0"; }
+while getopts ':f:n:r:h' opt; do
+  case $opt in
+    f) files=$OPTARG ;;
+    n) steps=$OPTARG ;;
+    r) runs=$OPTARG ;;
+    h) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+  esac
+done
+shift $((OPTIND - 1))
+[ $# -le 2 ] || { usage >&2; exit 2; }
+for v in "$files" "$steps" "$runs"; do
+  [[ $v =~ ^[1-9][0-9]*$ ]] || { echo "diffraction.sh: -f, -n and -r need whole numbers of at least 1" >&2; exit 2; }
+done
+[ "$steps" -le 32000 ] || { echo "diffraction.sh: -n is at most 32000" >&2; exit 2; }
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+conv=${1:-$root/build/bin/kestro-convert}
+[ -x "$conv" ] || { echo "diffraction.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
+conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
+[ -n "${EPOCHREALTIME:-}" ] || { echo "diffraction.sh: bash 5 or later is needed" >&2; exit 2; }
+[ -x /usr/bin/time ] || { echo "diffraction.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
+command -v python3 >/dev/null || { echo "diffraction.sh: python3 is needed to generate the inputs" >&2; exit 2; }
+
+if ! command -v xyconv >/dev/null; then
+  echo "Installing xyconv (libxy-bin) ..." >&2
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq libxy-bin >/dev/null ||
+    { $sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq libxy-bin >/dev/null; } ||
+    { echo "diffraction.sh: could not install libxy-bin" >&2; exit 2; }
+fi
+
+if [ $# -ge 2 ]; then
+  work=$2
+  mkdir -p "$work"
+else
+  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-diffraction.XXXXXX")
+  trap 'rm -rf "$work"' EXIT
+  trap 'exit 130' INT TERM
+fi
+work=$(cd "$work" && pwd)
+
+# ---- inputs ----
+
+# RAW1.01: signature, range count 1 at 12, the range header (304 bytes) at 712 with the step count
+# at 716, start 2-theta at 728 and step at 888, no supplement, then the
+# intensities as Singles. RD: wavelengths at 94, step, start and stop at 214,
+# then 16-bit intensities from 250. Four different scans, repeated.
+make_inputs() {
+  python3 - "$1" "$2" "$3" <<'EOF'
+import random, struct, sys
+folder, count, steps = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])
+rng = random.Random(2026)
+scans = [[rng.randrange(30000) for _ in range(steps)] for _ in range(4)]
+raw = bytearray(712 + 304)
+raw[0:7] = b'RAW1.01'
+struct.pack_into('<i', raw, 12, 1)  # one range, for readers that count them
+struct.pack_into('<ii', raw, 712, 304, steps)
+struct.pack_into('<d', raw, 728, 10.0)
+struct.pack_into('<d', raw, 888, 0.02)
+rd = bytearray(250)
+rd[0:4] = b'V3RD'
+struct.pack_into('<ddd', rd, 94, 1.5406, 1.54439, 0.5)
+struct.pack_into('<ddd', rd, 214, 0.02, 10.0, 10.0 + 0.02 * (steps - 1))
+raw_data = [struct.pack('<%df' % steps, *s) for s in scans]
+rd_data = [struct.pack('<%dh' % steps, *s) for s in scans]
+for i in range(count):
+    with open('%s/raw/s%05d.raw' % (folder, i), 'wb') as f:
+        f.write(raw + raw_data[i % 4])
+    with open('%s/rd/s%05d.rd' % (folder, i), 'wb') as f:
+        f.write(rd + rd_data[i % 4])
+EOF
+}
+
+# ---- measuring ----
+
+# Runs a command in DIR; sets run_us and run_kb.
+#   timed DIR COMMAND...
+timed() {
+  local dir=$1 t0 t1 rc=0
+  shift
+  t0=${EPOCHREALTIME//[!0-9]/}
+  (cd "$dir" && /usr/bin/time -v -o "$work/.time" "$@" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
+  t1=${EPOCHREALTIME//[!0-9]/}
+  if [ $rc -ne 0 ] || { [ "$1" = "$conv" ] && [ -s "$work/.stderr" ]; }; then
+    echo "diffraction.sh: $(basename "$1") failed in $dir (exit $rc):" >&2
+    cat "$work/.stdout" "$work/.stderr" >&2
+    exit 2
+  fi
+  run_us=$((t1 - t0))
+  run_kb=$(awk -F': *' '/Maximum resident set size/ { print $2 }' "$work/.time")
+}
+
+# Reading every input and writing files of the given sizes, in one process.
+# Sets floor_us.
+#   floor_io INPUT_LIST SIZE_LIST DIR
+floor_io() {
+  rm -rf "$3"
+  mkdir -p "$3"
+  floor_us=$(python3 - "$1" "$2" "$3" <<'EOF'
+import sys, time
+inputs = open(sys.argv[1]).read().split('\n')[:-1]
+sizes = [int(s) for s in open(sys.argv[2]).read().split()]
+folder = sys.argv[3]
+buf = bytearray(1 << 20)
+zeros = bytes(1 << 20)
+t0 = time.perf_counter()
+for path in inputs:
+    with open(path, 'rb', buffering=0) as f:
+        while f.readinto(buf):
+            pass
+for i, size in enumerate(sizes):
+    with open('%s/%d' % (folder, i), 'wb', buffering=0) as f:
+        while size > 0:
+            size -= f.write(zeros[:min(size, len(zeros))])
+print(int((time.perf_counter() - t0) * 1e6))
+EOF
+)
+  rm -rf "$3"
+}
+
+rows=()
+failed=0
+
+# One batch: RUNS conversions by kestro-convert and by xyconv, the floor
+# after each; the best times count.
+#   measure NAME DIR EXT XYTYPE OUT_GLOBS
+measure() {
+  local name=$1 dir=$2 ext=$3 xytype=$4 out_globs=$5 r
+  local best_conv='' best_floor='' best_xy='' peak_kb=0 in_list=$work/.inputs size_list=$work/.sizes
+  (cd "$dir" && ls -- *."$ext") >"$in_list"
+  sed -i "s|^|$dir/|" "$in_list"
+  mapfile -t names < <(cd "$dir" && ls -- *."$ext")
+  xargs -d '\n' cat <"$in_list" >/dev/null
+  for ((r = 1; r <= runs; r++)); do
+    echo "  $name: run $r of $runs" >&2
+    # shellcheck disable=SC2086
+    (cd "$dir" && for p in $out_globs; do find . -maxdepth 1 -name "$p" -delete; done)
+    timed "$dir" "$conv" "${names[@]}"
+    tail -n 1 "$work/.stdout" | grep -qx "Finished $files files" || { echo "diffraction.sh: the $name batch did not finish" >&2; exit 2; }
+    local odf
+    odf=$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)
+    [ "$odf" -eq "$files" ] || { echo "diffraction.sh: $odf .odf files written, expected $files" >&2; exit 2; }
+    [ "$(wc -l <"$dir/s00000.odf")" -eq "$steps" ] || { echo "diffraction.sh: s00000.odf does not hold $steps lines" >&2; exit 2; }
+    [ -z "$best_conv" ] || [ "$run_us" -lt "$best_conv" ] && best_conv=$run_us
+    [ "$run_kb" -gt "$peak_kb" ] && peak_kb=$run_kb
+    # shellcheck disable=SC2086
+    (cd "$dir" && for p in $out_globs; do find . -maxdepth 1 -type f -name "$p" -printf '%s\n'; done) >"$size_list"
+    floor_io "$in_list" "$size_list" "$work/floor"
+    [ -z "$best_floor" ] || [ "$floor_us" -lt "$best_floor" ] && best_floor=$floor_us
+
+    rm -rf "$work/xy"
+    mkdir -p "$work/xy"
+    timed "$dir" xyconv -s -t "$xytype" -m "$work/xy" "${names[@]}"
+    [ "$(find "$work/xy" -name '*.xy' | wc -l)" -eq "$files" ] || { echo "diffraction.sh: xyconv did not write $files files" >&2; exit 2; }
+    [ -z "$best_xy" ] || [ "$run_us" -lt "$best_xy" ] && best_xy=$run_us
+  done
+  local in_bytes out_bytes row
+  in_bytes=$(xargs -d '\n' stat -c %s <"$in_list" | awk '{ s += $1 } END { print s + 0 }')
+  out_bytes=$(awk '{ s += $1 } END { print s + 0 }' "$size_list")
+  row=$(awk -v name="$name" -v n="$files" -v ib="$in_bytes" -v ob="$out_bytes" -v c="$best_conv" -v f="$best_floor" \
+            -v x="$best_xy" -v kb="$peak_kb" 'BEGIN {
+    mb = 1048576
+    ratio = c / f
+    speedup = x / c
+    printf "%-6s %6d %8.2f %8.2f %9.3f %9.3f %6.2f %9.3f %8.1f %8.2f %-4s\n", name, n, ib / mb, ob / mb, c / 1e6,
+      f / 1e6, ratio, x / 1e6, speedup, kb / 1024, (ratio <= 3 && speedup >= 5) ? "PASS" : "FAIL"
+  }')
+  rows+=("$row")
+  [[ $row == *FAIL* ]] && failed=1
+  return 0
+}
+
+echo "Generating $files RAW1.01 and $files RD files of $steps steps in $work ..." >&2
+rm -rf "$work/raw" "$work/rd"
+mkdir -p "$work/raw" "$work/rd"
+make_inputs "$work" "$files" "$steps"
+measure RAW "$work/raw" raw bruker_raw '*.odf *.log'
+measure RD "$work/rd" rd philips_rd '*.odf *.hdr'
+
+echo
+printf '%-6s %6s %8s %8s %9s %9s %6s %9s %8s %8s %-4s\n' \
+  input files "in MB" "out MB" "convert s" "floor s" ratio "xyconv s" "x faster" "peak MB" "ok"
+printf '%s\n' "${rows[@]}"
+echo
+echo "Times: best of $runs runs; peak MB: the highest of them (maximum resident set)."
+echo "Floor: reading every input and writing files of the outputs' sizes, page cache warm."
+echo "Targets: ratio <= 3 and xyconv at least 5 x slower. MB = 2^20 bytes. Converter: $conv"
+exit $failed
