@@ -202,6 +202,12 @@ TEST_F(PanalyticalRdTest, HeaderListsEveryPointAndTheOdfHoldsIndexAndIntensity) 
     ASSERT_EQ(run(), RunOutcome::Finished);
     EXPECT_EQ(output("e.rd.hdr"), rdHeader(empty, 250, 0, " 9", "-50"));
     EXPECT_EQ(output("e.odf"), "");
+
+    // One byte short of the header still counts no point.
+    const std::string cut = queue("c.rd", rdFile(0.02, 10, 9, {}).substr(0, 249));
+    ASSERT_EQ(run(), RunOutcome::Finished);
+    EXPECT_EQ(output("c.rd.hdr"), rdHeader(cut, 249, 0, " 9", "-50"));
+    EXPECT_EQ(output("c.odf"), "");
 }
 
 TEST_F(PanalyticalRdTest, FaultsEndTheRunWithTheHeaderOpen) {

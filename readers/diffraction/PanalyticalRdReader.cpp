@@ -69,7 +69,8 @@ void ConvPANrd(Session& form, std::string& fileName) {
     if (step == 0) step = 1;
 
     if (points < 0) raise(err::SubscriptOutOfRange);
-    const std::string intensities = in.bytes().substr(HeaderBytes, static_cast<size_t>(2 * points));
+    // A file one byte short of the header also holds no point.
+    const std::string intensities = points == 0 ? std::string() : in.bytes().substr(HeaderBytes, 2 * points);
     form.files.close(InputNumber);
 
     TextWriter& out = form.files.openOutput(OutputNumber, dropLast(fileName, 3) + ".odf");
