@@ -82,6 +82,6 @@ read -r xy_wall xy_cpu < <(seconds "$work/raw" xyconv -s -t bruker_raw -m "$work
 printf '%-26s %-5s %9s %9s %9s %15s %14s\n' batch time classic modern xyconv classic/modern xyconv/modern
 for kind in wall cpu; do
   c=${kind/#/classic_}; m=${kind/#/modern_}; x=${kind/#/xy_}
-  printf '%-26s %-5s %9.2f %9.2f %9.2f %15s %14s\n' "$files RAW1.01 x $steps steps" "$kind" "${!c}" "${!m}" "${!x}" \
-    "$(ratio "${!c}" "${!m}")" "$(ratio "${!x}" "${!m}")"
+  printf '%-26s %-5s %9.2f %9.2f %9.2f %15s %14s\n' "$files RAW1.01 x $steps steps" "$kind" \
+    "${!c}" "${!m}" "${!x}" "$(ratio "${!c}" "${!m}")" "$(ratio "${!x}" "${!m}")"
 done

@@ -189,11 +189,13 @@ TEST_F(ModernRawTest, ABadFileIsRefusedWithNothingWrittenAndTheBatchGoesOn) {
     shortHeader.text("RAW2").u16(1).padTo(256).u16(20).u16(0).padTo(300);
 
     const struct { const char* what; std::string bytes; const char* why; } cases[] = {
-        {"records cut short", cut.bytes().substr(0, cut.size() - 1), "Range 1 of this RAW file runs past the end of the file."},
-        {"3-byte records", oddRecords.bytes(), "Range 1 of this RAW file has steps of 3 bytes, which hold no intensity."},
+        {"records cut short", cut.bytes().substr(0, cut.size() - 1),
+         "Range 1 of this RAW file runs past the end of the file."},
+        {"3-byte records", oddRecords.bytes(),
+         "Range 1 of this RAW file has steps of 3 bytes, which hold no intensity."},
         {"no range", noRange.bytes(), "No scan range in this RAW file."},
         {"damaged block", damaged.bytes(), "The block at byte 100 of this RAW4.00 file is damaged."},
-        {"angles", wide.bytes(), "Range 2 of this RAW file has angles beyond what a Single holds."},
+        {"angles", wide.bytes(), "Range 2 of this RAW file has angles too large to write."},
         {"short header", shortHeader.bytes(), "Range 1 of this RAW file has a damaged header."},
     };
     for (const auto& c : cases) {

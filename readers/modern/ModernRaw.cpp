@@ -163,7 +163,7 @@ std::vector<Range> readableRanges(const BinaryReader& in, RangeFinder find) {
         try {
             checkScanAngles(ranges[k].axis);
         } catch (const RuntimeError&) {
-            unreadable(rangeText(k) + " of this RAW file has angles beyond what a Single holds.");
+            unreadable(rangeText(k) + " of this RAW file has angles too large to write.");
         }
     }
     return ranges;
