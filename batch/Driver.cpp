@@ -82,9 +82,13 @@ void withoutSpe(Session& form, FileJob& job, void (*read)(Session&, std::string&
 
 // A modern reader that splits a file into several ".odf" files leaves the
 // first one's name: the report and the plot show that one.
+void keepFirstOdf(FileJob& job) {
+    if (endsWithLower(job.name, ".odf")) job.odfName = job.name;
+}
+
 void readModern(Session& form, FileJob& job, void (*read)(Session&, std::string&)) {
     read(form, job.name);
-    if (endsWithLower(job.name, ".odf")) job.odfName = job.name;
+    keepFirstOdf(job);
 }
 
 // Tested top to bottom, first match wins; the order is part of the behaviour.
@@ -94,7 +98,10 @@ const Route extensionRoutes[] = {
     {{"evt"}, [](Session& f, FileJob& j) { ConvEVT(f, j.name); }, Then::Pass, Skip::Zero, 0},
     {{"_"}, [](Session& f, FileJob& j) { ConvOMDAQ(f, j.name); }, Then::PassUnlessRefused, Skip::SpectrumHeader, 0},
     {{"raw"}, [](Session& f, FileJob& j) { withoutSpe(f, j, ConvAXSraw); }, Then::Plot, Skip::Zero, 0,
-     [](Session& f, FileJob& j) { withoutSpe(f, j, ConvAXSrawModern); }},
+     [](Session& f, FileJob& j) {
+         withoutSpe(f, j, ConvAXSrawModern);
+         keepFirstOdf(j);
+     }},
     {{"spu"}, [](Session& f, FileJob& j) { ConvSpec(f, j.name); }, Then::Pass, Skip::Zero, 0},
     {{"cnf"}, [](Session& f, FileJob& j) { ConvFile(f, j.name); }, Then::PassUnlessQueueDone, Skip::SpectrumHeader, 0,
      [](Session& f, FileJob& j) { ConvCnfFileModern(f, j.name); }},

@@ -2,7 +2,6 @@
 // files that call themselves RAW4.00): one two-column ".odf" of 2-theta and
 // intensity per scan range. The variants differ only in where their fields
 // sit, so one table describes them all and one routine reads any of them.
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -15,6 +14,7 @@
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
 #include "readers/Readers.h"
+#include "readers/diffraction/RawScanLines.h"
 
 namespace kestro {
 
@@ -219,27 +219,14 @@ Scan readScan(const Variant& v, Input& in) {
     return s;
 }
 
-// The end angle is worked out in double precision, where an infinite or
-// undefined result is an overflow. Then every angle to be written must fit a
-// Single, checked before any line is written: the angles rise or fall
-// steadily, so the first and the last decide.
-void checkAngles(const Scan& s) {
-    const double endAngle = (s.steps - 1.0) * s.step + s.start;
-    if (!std::isfinite(endAngle)) raise(err::Overflow);
-    if (s.steps < 1) return;
-    toSingle(s.start);
-    toSingle(endAngle);
-}
+ScanAxis axisOf(const Scan& s) { return {s.steps, s.start, s.step}; }
 
 void writeRange(TextWriter& out, const Scan& s, const char* intensities) {
-    for (int32_t i = 0; i < s.steps; ++i) {
+    writeScanLines(out, axisOf(s), [intensities](int64_t i) {
         float intensity;
-        std::memcpy(&intensity, intensities + 4 * int64_t{i}, sizeof intensity);
-        // Angles are kept as Singles.
-        appendSignedText(out.buffer(), toSingle(i * s.step + s.start));
-        appendSignedText(out.zone().buffer(), intensity);
-        out.endLine().flushIfFull();
-    }
+        std::memcpy(&intensity, intensities + 4 * i, sizeof intensity);
+        return intensity;
+    });
 }
 
 std::string rangeOutputName(const std::string& fileName, const Scan& s, int32_t range) {
@@ -264,7 +251,7 @@ void convertScan(Session& form, const std::string& fileName, Input& in) {
 
     const Scan scan = readScan(*variant, in);
     form.valueCount = scan.steps;
-    checkAngles(scan);
+    checkScanAngles(axisOf(scan));
     int32_t dataAt = scan.firstData;
     for (int32_t range = 1; range <= scan.ranges; ++range) {
         const char* intensities = in.intensities(dataAt, scan.steps);

@@ -1,0 +1,42 @@
+#pragma once
+// The lines of a diffraction scan's ".odf", shared by the classic and the
+// modern RAW readers: the angle and, from the next 14-column zone, the
+// intensity, both as Singles.
+#include <cmath>
+#include <cstdint>
+
+#include "core/runtime/NumberText.h"
+#include "core/runtime/RuntimeError.h"
+#include "core/runtime/TextOutput.h"
+
+namespace kestro {
+
+struct ScanAxis {
+    int64_t steps = 0;
+    double start = 0;  // the first angle
+    double step = 0;
+};
+
+// The end angle is worked out in double precision, where an infinite or
+// undefined result is an overflow. Then every angle to be written must fit a
+// Single, checked before any line is written: the angles rise or fall
+// steadily, so the first and the last decide.
+inline void checkScanAngles(const ScanAxis& axis) {
+    const double endAngle = (static_cast<double>(axis.steps) - 1.0) * axis.step + axis.start;
+    if (!std::isfinite(endAngle)) raise(err::Overflow);
+    if (axis.steps < 1) return;
+    toSingle(axis.start);
+    toSingle(endAngle);
+}
+
+// intensityAt(i) gives step i's intensity, counted from 0.
+template <typename IntensityAt>
+void writeScanLines(TextWriter& out, const ScanAxis& axis, IntensityAt intensityAt) {
+    for (int64_t i = 0; i < axis.steps; ++i) {
+        appendSignedText(out.buffer(), toSingle(static_cast<double>(i) * axis.step + axis.start));
+        appendSignedText(out.zone().buffer(), static_cast<float>(intensityAt(i)));
+        out.endLine().flushIfFull();
+    }
+}
+
+}  // namespace kestro
