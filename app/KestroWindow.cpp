@@ -453,7 +453,10 @@ void Kestro::queueChanged() {
 // ---- help, about, end ----
 
 void Kestro::Help_Click() {
-    const QString document = QDir(QCoreApplication::applicationDirPath()).filePath("Kestro.pdf");
+    // Beside the program in the build folder; under share/kestro when installed.
+    const QDir programDir(QCoreApplication::applicationDirPath());
+    QString document = programDir.filePath("Kestro.pdf");
+    if (!QFileInfo::exists(document)) document = QDir::cleanPath(programDir.filePath("../share/kestro/Kestro.pdf"));
     if (!QFileInfo::exists(document) || !QDesktopServices::openUrl(QUrl::fromLocalFile(document)))
         messageBox(ss("The help document could not be opened: " + document), BoxIcon::Exclamation, BoxButtons::Ok);
 }
