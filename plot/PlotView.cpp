@@ -65,7 +65,7 @@ void PlotView::showReadout(QPoint viewPos) {
     // The marker sits on the point as drawn, which on a log scale may be the floor.
     const auto drawn = static_cast<QXYSeries*>(series)->at(static_cast<int>(nearest - points_->begin()));
     marker_->setPos(chart()->mapToPosition(drawn, series));
-    marker_->setVisible(chart()->plotArea().contains(marker_->pos()));
+    marker_->setVisible(chart()->plotArea().adjusted(-1, -1, 1, 1).contains(marker_->pos()));
 }
 
 void PlotView::hideReadout() {
