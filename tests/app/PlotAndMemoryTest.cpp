@@ -2,6 +2,7 @@
 // offscreen platform with the settings in a temporary folder.
 #include <QAction>
 #include <QChart>
+#include <QClipboard>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFile>
@@ -167,6 +168,8 @@ private slots:
         QImage saved(out.filePath("picture.png"));
         QVERIFY(!saved.isNull());
         QCOMPARE(saved.size(), p.plot.view()->size() * p.plot.devicePixelRatio());
+        p.plot.findChild<QAction*>("copyImage")->trigger();
+        QCOMPARE(QGuiApplication::clipboard()->image().size(), saved.size());
 
         QAbstractAxis* x = p.plot.chart()->axes(Qt::Horizontal).first();
         QVERIFY(!x->labelsVisible());
