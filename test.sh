@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs every test: the suite, the suite again under AddressSanitizer and
-# UndefinedBehaviorSanitizer, and each fuzz target for a bounded time.
+# Runs every test: the suite, the Debian package check, the suite again under
+# AddressSanitizer and UndefinedBehaviorSanitizer, and each fuzz target for a
+# bounded time.
 # "./test.sh quick" runs the suite alone.
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -10,6 +11,9 @@ fuzz_seconds=${KESTRO_FUZZ_SECONDS:-30}
 cmake --build build
 ctest --test-dir build --output-on-failure -j2
 [ "${1:-}" = quick ] && exit 0
+
+echo "== The Debian package"
+scripts/package-check.sh
 
 echo "== The suite under AddressSanitizer and UndefinedBehaviorSanitizer"
 cmake -S . -B build-sanitize -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKESTRO_SANITIZE=ON -DKESTRO_APP=OFF >/dev/null

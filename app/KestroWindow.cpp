@@ -29,6 +29,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include "app/Remembered.h"
 #include "batch/Driver.h"
 #include "core/FormatTable.h"
 #include "plot/SpecPlot.h"
@@ -72,10 +73,15 @@ Kestro::Kestro(const QString& commandLine, QWidget* parent) : QWidget(parent), s
     arrangeControls();
     connectHandlers();
     plot_ = new SpecPlot(this);
+    connect(plot_, &SpecPlot::logarithmicChosen, this, [this](bool on) {
+        LogScale->setChecked(on);
+        LogScale_Click(on);
+    });
     session_.commandLine = ss(commandLine);
     formLoad(session_);
     fillDrives();
-    showFolder(QDir::currentPath());
+    showFolder(remembered::startFolder());
+    remembered::restoreGeometry(*this);
 }
 
 Kestro::~Kestro() = default;
@@ -270,6 +276,7 @@ void Kestro::addfile_Click() {
     QStringList paths;
     for (int row = 0; row < File1->count(); ++row)
         if (File1->item(row)->isSelected()) paths << QDir(folder_).filePath(File1->item(row)->text());
+    if (!paths.isEmpty()) remembered::rememberFolder(folder_);
     queueFiles(paths);
 }
 
@@ -300,6 +307,7 @@ void Kestro::dropEvent(QDropEvent* event) {
     QStringList paths;
     for (const QUrl& url : event->mimeData()->urls())
         if (url.isLocalFile() && QFileInfo(url.toLocalFile()).isFile()) paths << url.toLocalFile();
+    if (!paths.isEmpty()) remembered::rememberFolder(QFileInfo(paths.first()).absolutePath());
     queueFiles(paths);
     event->acceptProposedAction();
 }
@@ -445,7 +453,10 @@ void Kestro::queueChanged() {
 // ---- help, about, end ----
 
 void Kestro::Help_Click() {
-    const QString document = QDir(QCoreApplication::applicationDirPath()).filePath("Kestro.pdf");
+    // Beside the program in the build folder; under share/kestro when installed.
+    const QDir programDir(QCoreApplication::applicationDirPath());
+    QString document = programDir.filePath("Kestro.pdf");
+    if (!QFileInfo::exists(document)) document = QDir::cleanPath(programDir.filePath("../share/kestro/Kestro.pdf"));
     if (!QFileInfo::exists(document) || !QDesktopServices::openUrl(QUrl::fromLocalFile(document)))
         messageBox(ss("The help document could not be opened: " + document), BoxIcon::Exclamation, BoxButtons::Ok);
 }
@@ -475,3 +486,8 @@ void Kestro::About_Click() {
 }
 
 void Kestro::End_Click() { close(); }
+
+void Kestro::closeEvent(QCloseEvent* event) {
+    remembered::saveGeometry(*this);
+    QWidget::closeEvent(event);
+}

@@ -404,6 +404,7 @@ RunOutcome runBatch(Session& form) {
     RunState state;
     size_t i = 0;
     for (; i < count; ++i) {
+        form.host().startingFile(i, count, form.List1.at(i));
         FileJob job = prepareJob(form.List2.at(i), form.List1.at(i));
         const Next next = convertOne(form, job, state);
         if (next == Next::EndRun) return state.outcome;

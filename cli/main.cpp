@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "batch/Driver.h"
+#include "cli/ProgressLine.h"
 #include "core/FormatTable.h"
 #include "core/Session.h"
 
@@ -37,11 +38,13 @@ const char* const Usage =
     "Exit status: 0 the run came to its end, 1 it was ended early, 2 bad command line.\n";
 
 // Status texts to standard output, message boxes to standard error; no waits.
+// On a terminal the progress line is erased before either is written.
 class ConsoleHost : public Host {
 public:
-    explicit ConsoleHost(Answer answer) : answer_(answer) {}
+    explicit ConsoleHost(Answer answer) : answer_(answer), progress_(ProgressLine::onStandardError()) {}
 
     void showStatus(const std::string& text, StatusColour) override {
+        progress_.erase();
         std::fwrite(text.data(), 1, text.size(), stdout);
         std::fputc('\n', stdout);
     }
@@ -49,6 +52,7 @@ public:
     void beep() override {}
     Answer messageBox(const std::string& text, BoxIcon icon, BoxButtons buttons) override {
         std::fflush(stdout);
+        progress_.erase();
         std::string line = std::string(kindOf(icon, buttons)) + ": " + text;
         Answer a = buttons == BoxButtons::YesNo ? answer_ : Answer::Ok;
         if (buttons == BoxButtons::YesNo) line += a == Answer::Yes ? " -> yes" : " -> no";
@@ -61,6 +65,10 @@ public:
     void wait(double) override {}
     void boxesChanged() override {}
     void queueChanged() override {}
+    void startingFile(size_t index, size_t count, const std::string& name) override {
+        progress_.show(index, count, name);
+    }
+    void endRun() { progress_.erase(); }
 
 private:
     static const char* kindOf(BoxIcon icon, BoxButtons buttons) {
@@ -75,6 +83,7 @@ private:
     }
 
     Answer answer_;
+    ProgressLine progress_;
 };
 
 struct Options {
@@ -193,6 +202,7 @@ int main(int argc, char** argv) {
     for (const std::string& file : options.files) form.addToQueue(baseName(file), absolutePath(file));
 
     const int status = exitStatus(RunCode_Click(form));
+    host.endRun();
     std::fflush(stdout);
     return status;
 }

@@ -2,6 +2,7 @@
 // What the engine asks of a front end (the window, the headless converter,
 // the tests). Nothing else crosses from the engine to a screen.
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -35,6 +36,11 @@ public:
     // A box state, a box's visibility, the typed texts or the queue changed.
     virtual void boxesChanged() = 0;
     virtual void queueChanged() = 0;
+    // The batch is about to convert entry `index` (0-based) of `count`; a
+    // front end may show it. Nothing else depends on it.
+    virtual void startingFile(size_t index, size_t count, const std::string& name) {
+        (void)index, (void)count, (void)name;
+    }
 };
 
 }  // namespace kestro

@@ -2,16 +2,20 @@
 // a converted spectrum. Run under a real X server (scripts/screenshots.sh
 // starts one with Xvfb).
 #include <QApplication>
+#include <QChart>
 #include <QCheckBox>
 #include <QDir>
 #include <QLineEdit>
+#include <QLineSeries>
 #include <QListWidget>
 #include <QPushButton>
 #include <QTimer>
+#include <algorithm>
 #include <cstdio>
 
 #include "app/KestroWindow.h"
 #include "core/FormatTable.h"
+#include "plot/PlotView.h"
 #include "plot/SpecPlot.h"
 
 namespace {
@@ -57,5 +61,19 @@ int main(int argc, char** argv) {
     window.specPlot()->move(60, 60);
     save(window.specPlot(), out.filePath("kestro-plot.png"));
     save(&window, out.filePath("kestro-finished.png"));
+
+    // The same plot with its axes shown and the readout on the highest point.
+    SpecPlot* plot = window.specPlot();
+    plot->showAxes(true);
+    settle();
+    const QList<QPointF> points = plot->series()->points();
+    const auto highest = std::max_element(points.begin(), points.end(),
+                                          [](QPointF a, QPointF b) { return a.y() < b.y(); });
+    if (highest != points.end()) {
+        const QPointF inChart = plot->chart()->mapToPosition(*highest, plot->series());
+        plot->view()->showReadout(plot->view()->mapFromScene(plot->chart()->mapToScene(inChart)));
+    }
+    plot->view()->viewport()->update();
+    save(plot, out.filePath("kestro-plot-readout.png"));
     return 0;
 }

@@ -1,13 +1,22 @@
 #include "plot/SpecPlot.h"
 
+#include <QAction>
 #include <QChart>
-#include <QChartView>
+#include <QClipboard>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QLabel>
 #include <QLineSeries>
 #include <QLogValueAxis>
+#include <QMenu>
+#include <QMessageBox>
 #include <QValueAxis>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
+
+#include "plot/PlotView.h"
 
 namespace {
 
@@ -34,11 +43,18 @@ double smallestPositive(const kestro::PlotPoints& points) {
     return lo;
 }
 
-void hideGridAndTicks(QAbstractAxis* axis) {
+// No grid on any axis; the scale with its ticks and labels only when asked for.
+void styleAxis(QAbstractAxis* axis, bool scaleShown) {
     axis->setGridLineVisible(false);
     axis->setMinorGridLineVisible(false);
-    axis->setLabelsVisible(false);
-    axis->setLineVisible(false);
+    axis->setLabelsVisible(scaleShown);
+    axis->setLineVisible(scaleShown);
+}
+
+QPointF rangeOf(const QAbstractAxis* axis) {
+    if (auto* log = qobject_cast<const QLogValueAxis*>(axis)) return {log->min(), log->max()};
+    auto* linear = static_cast<const QValueAxis*>(axis);
+    return {linear->min(), linear->max()};
 }
 
 }  // namespace
@@ -60,11 +76,42 @@ SpecPlot::SpecPlot(QWidget* parent) : QWidget(parent, Qt::Window) {
     series_->setPen(QPen(SeriesColour, 1));
     chart_->addSeries(series_);
 
-    view_ = new QChartView(chart_, this);
+    view_ = new PlotView(chart_, this);
     view_->setRenderHint(QPainter::Antialiasing, false);
+    view_->setPoints(&points_);
+    setFocusProxy(view_);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(view_);
+    createMenu();
+    connect(view_, &PlotView::fullViewRequested, this, &SpecPlot::showFullView);
+    connect(view_, &PlotView::menuRequested, this, [this](QPoint at) {
+        logAction_->setChecked(logarithmic_);
+        menu_->popup(at);
+    });
+}
+
+void SpecPlot::createMenu() {
+    menu_ = new QMenu(this);
+    menu_->setObjectName("plotMenu");
+    QAction* save = menu_->addAction("Save image...", this, &SpecPlot::saveImageAs);
+    save->setObjectName("saveImage");
+    QAction* copy = menu_->addAction("Copy image", this, [this] { QGuiApplication::clipboard()->setPixmap(image()); });
+    copy->setObjectName("copyImage");
+    menu_->addSeparator();
+    axesAction_ = menu_->addAction("Show axes", this, &SpecPlot::showAxes);
+    axesAction_->setObjectName("showAxes");
+    axesAction_->setCheckable(true);
+    logAction_ = menu_->addAction("Logarithmic scale");
+    logAction_->setObjectName("logarithmicScale");
+    logAction_->setCheckable(true);
+    connect(logAction_, &QAction::triggered, this, [this](bool on) {
+        applyScale(on);
+        emit logarithmicChosen(on);
+    });
+    askImagePath = [this](const QString& suggested) {
+        return QFileDialog::getSaveFileName(this, "Save image", suggested, "PNG image (*.png)");
+    };
 }
 
 void SpecPlot::plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize) {
@@ -114,9 +161,44 @@ void SpecPlot::applyScale(bool logarithmic) {
         lin->setRange(lo, hi > lo ? hi : lo + 1);
         yAxis = lin;
     }
-    for (QAbstractAxis* axis : {static_cast<QAbstractAxis*>(xAxis), yAxis}) hideGridAndTicks(axis);
+    for (QAbstractAxis* axis : {static_cast<QAbstractAxis*>(xAxis), yAxis}) styleAxis(axis, axesShown_);
     chart_->addAxis(xAxis, Qt::AlignBottom);
     chart_->addAxis(yAxis, Qt::AlignLeft);
     series_->attachAxis(xAxis);
     series_->attachAxis(yAxis);
+    // The view as first drawn is the full view that Home returns to.
+    xFull_ = rangeOf(xAxis);
+    yFull_ = rangeOf(yAxis);
+}
+
+void SpecPlot::showFullView() {
+    const QList<QAbstractAxis*> x = chart_->axes(Qt::Horizontal), y = chart_->axes(Qt::Vertical);
+    if (x.isEmpty() || y.isEmpty()) return;
+    x.first()->setRange(xFull_.x(), xFull_.y());
+    y.first()->setRange(yFull_.x(), yFull_.y());
+}
+
+void SpecPlot::showAxes(bool shown) {
+    axesShown_ = shown;
+    axesAction_->setChecked(shown);
+    for (QAbstractAxis* axis : chart_->axes()) styleAxis(axis, shown);
+}
+
+QPixmap SpecPlot::image() const {
+    const bool readoutShown = view_->readout()->isVisible();
+    view_->hideReadout();
+    QPixmap picture = view_->grab();
+    if (readoutShown) view_->readout()->show();
+    return picture;
+}
+
+bool SpecPlot::saveImage(const QString& path) const { return image().save(path, "PNG"); }
+
+void SpecPlot::saveImageAs() {
+    // Beside the plotted result, under its name.
+    const QFileInfo result(chart_->title());
+    QString path = askImagePath(result.dir().filePath(result.completeBaseName() + ".png"));
+    if (path.isEmpty()) return;
+    if (QFileInfo(path).suffix().isEmpty()) path += ".png";
+    if (!saveImage(path)) QMessageBox::warning(this, "Save image", "The image could not be written to " + path);
 }

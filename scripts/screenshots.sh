@@ -16,5 +16,6 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 find examples -maxdepth 1 -type f ! -name '*.cpp' -exec cp {} "$work"/ \;
 mkdir -p docs/images
-xvfb-run -a -s "-screen 0 1400x1000x24" build/bin/kestro-screenshots docs/images "$work"
+# Settings of their own, so the pictures never depend on the user's.
+XDG_CONFIG_HOME="$work/settings" xvfb-run -a -s "-screen 0 1400x1000x24" build/bin/kestro-screenshots docs/images "$work"
 ls -l docs/images

@@ -9,15 +9,11 @@ namespace {
 using testing::readFile;
 using testing::writeFile;
 
-struct Result { int status; std::string out; std::string err; };
+using Result = testing::ConverterRun;
 
 class CliTest : public ::testing::Test {
 protected:
-    Result convert(const std::string& arguments) {
-        std::string command = "cd '" + dir.path() + "' && '" KESTRO_CONVERT "' " + arguments + " >out.txt 2>err.txt";
-        int raw = std::system(command.c_str());
-        return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir.file("out.txt")), readFile(dir.file("err.txt"))};
-    }
+    Result convert(const std::string& arguments) { return testing::runConverter(dir, arguments); }
     testing::TempDir dir;
 };
 

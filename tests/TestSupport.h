@@ -2,6 +2,7 @@
 // For the tests: a fresh folder, whole-file writes and reads, the run-time
 // error an action raises, and conversions run as a front end runs them.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <utime.h>
 
 #include <cstdlib>
@@ -270,5 +271,16 @@ protected:
     ScriptedHost host;
     Session form;
 };
+
+#ifdef KESTRO_CONVERT
+// kestro-convert run in `dir` as a script runs it: both outputs to files.
+struct ConverterRun { int status; std::string out; std::string err; };
+
+inline ConverterRun runConverter(const TempDir& dir, const std::string& arguments) {
+    std::string command = "cd '" + dir.path() + "' && '" KESTRO_CONVERT "' " + arguments + " >out.txt 2>err.txt";
+    int raw = std::system(command.c_str());
+    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir.file("out.txt")), readFile(dir.file("err.txt"))};
+}
+#endif
 
 }  // namespace kestro::testing
