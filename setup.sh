@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
-          qt6-base-dev qt6-charts-dev libqt6opengl6-dev)
+          qt6-base-dev qt6-charts-dev libqt6opengl6-dev libdcmtk-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
