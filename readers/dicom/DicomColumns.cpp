@@ -165,7 +165,9 @@ PixelLayout pixelLayout(DcmItem& dataset) {
 }
 
 // The stored value of each sample of a frame: its BitsStored bits below
-// HighBit, two's complement when PixelRepresentation is 1.
+// HighBit, two's complement when PixelRepresentation is 1. Samples are
+// handed on as an index from 0 to 2^BitsStored - 1 that keeps the values'
+// order (a signed value's sign bit flipped).
 class StoredValues {
 public:
     explicit StoredValues(const PixelLayout& p)
@@ -175,37 +177,34 @@ public:
           signBit_(p.pixelRepresentation == 1 ? uint64_t{1} << (p.bitsStored - 1) : 0),
           count_(p.valuesPerFrame()) {}
 
-    // The masked bits of every sample, as an index from 0 to 2^BitsStored - 1.
     template <typename Visit>
     void forEachIndex(const uint8_t* frame, size_t frameBytes, Visit visit) const {
         const uint64_t n = std::min<uint64_t>(count_, bitsAllocated_ == 1 ? frameBytes * 8
                                                                           : frameBytes / (bitsAllocated_ / 8));
         switch (bitsAllocated_) {
         case 1:
-            for (uint64_t i = 0; i < n; ++i) visit((frame[i / 8] >> (i % 8)) & 1u);
+            for (uint64_t i = 0; i < n; ++i) visit(((frame[i / 8] >> (i % 8)) & 1u) ^ signBit_);
             break;
         case 8:
-            for (uint64_t i = 0; i < n; ++i) visit((frame[i] >> shift_) & mask_);
+            for (uint64_t i = 0; i < n; ++i) visit(((frame[i] >> shift_) & mask_) ^ signBit_);
             break;
         case 16:
             for (uint64_t i = 0; i < n; ++i) {
                 uint16_t v;
                 std::memcpy(&v, frame + 2 * i, 2);
-                visit((v >> shift_) & mask_);
+                visit(((v >> shift_) & mask_) ^ signBit_);
             }
             break;
         default:
             for (uint64_t i = 0; i < n; ++i) {
                 uint32_t v;
                 std::memcpy(&v, frame + 4 * i, 4);
-                visit((v >> shift_) & mask_);
+                visit(((v >> shift_) & mask_) ^ signBit_);
             }
         }
     }
 
-    int64_t value(uint64_t index) const {
-        return static_cast<int64_t>(index) - ((index & signBit_) ? static_cast<int64_t>(signBit_) * 2 : 0);
-    }
+    int64_t value(uint64_t index) const { return static_cast<int64_t>(index) - static_cast<int64_t>(signBit_); }
 
 private:
     int bitsAllocated_;
@@ -320,21 +319,38 @@ private:
 };
 
 // Up to 16 bits a value: counted by stored value in one pass, then mapped.
+// The counts live in a buffer kept from file to file, all zero in between:
+// only the range a file used is cleared again.
 std::string histogramOfNarrow(FrameSource& frames, const PixelLayout& layout, ModalityHistogram& histogram) {
+    thread_local std::vector<uint64_t> counts;
+    counts.resize(std::max(counts.size(), size_t{1} << layout.bitsStored), 0);
+    uint64_t low = counts.size(), high = 0;
+    struct ClearAfter {
+        std::vector<uint64_t>& counts;
+        const uint64_t &low, &high;
+        ~ClearAfter() {
+            if (low <= high) std::fill(counts.begin() + static_cast<ptrdiff_t>(low),
+                                       counts.begin() + static_cast<ptrdiff_t>(high) + 1, 0);
+        }
+    } clearAfter{counts, low, high};
+
     const StoredValues stored(layout);
-    std::vector<uint64_t> counts(size_t{1} << layout.bitsStored, 0);
     std::string failure = frames.forEachFrame([&](const uint8_t* frame, size_t bytes) {
-        stored.forEachIndex(frame, bytes, [&](uint64_t index) { ++counts[index]; });
+        stored.forEachIndex(frame, bytes, [&](uint64_t index) {
+            ++counts[index];
+            low = std::min(low, index);
+            high = std::max(high, index);
+        });
     });
     if (!failure.empty()) return failure;
-    const auto modality = [&](size_t index) {
+    const auto modality = [&](uint64_t index) {
         return static_cast<double>(stored.value(index)) * layout.slope + layout.intercept;
     };
-    for (size_t i = 0; i < counts.size(); ++i)
+    for (uint64_t i = low; i <= high; ++i)
         if (counts[i]) histogram.observe(modality(i));
     if (!histogram.finite()) return "the rescaled values are out of range";
     histogram.startCounting();
-    for (size_t i = 0; i < counts.size(); ++i)
+    for (uint64_t i = low; i <= high; ++i)
         if (counts[i]) histogram.add(modality(i), counts[i]);
     return "";
 }

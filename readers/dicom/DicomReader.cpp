@@ -86,7 +86,7 @@ private:
         line += '(' + hex4(tag.getGTag()) + ',' + hex4(tag.getETag()) + ") ";
         line += DcmVR(object.getVR()).getValidVRName();
         line += ' ';
-        line += name(tag);
+        line += tags_.listedName(tag);
         line += " = ";
         if (object.ident() == EVR_SQ) {
             auto& sequence = static_cast<DcmSequenceOfItems&>(object);
@@ -100,15 +100,6 @@ private:
             line += "\r\n";
         }
         out_.flushIfFull();
-    }
-
-    std::string name(DcmTag& tag) {
-        const char* creator = tag.getPrivateCreator();
-        if (const std::string* own = tags_.nameOf(tag.getGTag(), tag.getETag(), creator ? creator : ""))
-            return *own;
-        const char* known = tag.getTagName();
-        if (!known || std::string_view(known) == DcmTag_ERROR_TagName) return "Unknown";
-        return known;
     }
 
     static void value(DcmElement& element, std::string& line) {

@@ -5,6 +5,7 @@
 #include "readers/dicom/DicomTags.h"
 
 #include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctag.h>
 #include <dcmtk/dcmdata/dcvr.h>
 
 #include <charconv>
@@ -155,6 +156,20 @@ const std::string* DicomTagTable::nameOf(uint16_t group, uint16_t element, const
             return &entry->name;
     }
     return nullptr;
+}
+
+const std::string& DicomTagTable::listedName(DcmTag& tag) const {
+    const char* creatorText = tag.getPrivateCreator();
+    const std::string creator = creatorText ? creatorText : "";
+    const uint32_t key = tagKey(tag.getGTag(), tag.getETag());
+    std::string* name = creator.empty() ? &listedPublic_[key] : &listedPrivate_[{key, creator}];
+    if (name->empty()) {
+        const char* known = nullptr;
+        if (const std::string* own = nameOf(tag.getGTag(), tag.getETag(), creator)) *name = *own;
+        else if ((known = tag.getTagName()) && std::string_view(known) != DcmTag_ERROR_TagName) *name = known;
+        else *name = "Unknown";
+    }
+    return *name;
 }
 
 namespace {

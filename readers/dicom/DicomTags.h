@@ -12,6 +12,8 @@
 
 #include "core/Session.h"
 
+class DcmTag;
+
 namespace kestro {
 
 // Inclusive range of group or element numbers; `parity` 'e' even only,
@@ -31,6 +33,11 @@ struct DicomTagTable {
     // The name for a tag, or nullptr; `privateCreator` is the creator of a
     // private element's block ("" when there is none).
     const std::string* nameOf(uint16_t group, uint16_t element, const std::string& privateCreator) const;
+
+    // The name an element's tag is listed by: this table's, else DCMTK's
+    // dictionary's, else "Unknown". Remembered, as a batch meets the same
+    // tags in every file.
+    const std::string& listedName(DcmTag& tag) const;
 
     struct Line {
         int64_t number;
@@ -56,6 +63,8 @@ private:
     std::unordered_map<uint32_t, std::string> exact_;
     std::map<PrivateKey, std::string> privates_;
     std::vector<RangeEntry> ranges_;  // later lines override earlier ones
+    mutable std::unordered_map<uint32_t, std::string> listedPublic_;
+    mutable std::map<std::pair<uint32_t, std::string>, std::string> listedPrivate_;
 };
 
 inline constexpr const char* DicomTagsFile = "DICOM.tags";
