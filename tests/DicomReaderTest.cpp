@@ -290,6 +290,32 @@ TEST_F(DicomFiles, BadFilesAreRefusedAndTheBatchGoesOn) {
     EXPECT_EQ(host.statuses.back().first, "Finished 4 files");
 }
 
+TEST_F(DicomFiles, DeepNestingIsReadWithoutOverflow) {
+    // 30,000 nested sequences of undefined length, each closed again: far
+    // deeper than a default stack holds while DCMTK recurses.
+    const int depth = 30000;
+    std::string bytes(128, '\0');
+    bytes += "DICM";
+    const std::string syntax("1.2.840.10008.1.2.1\0", 20);
+    const auto tag = [](uint16_t g, uint16_t e) { return std::string{char(g), char(g >> 8), char(e), char(e >> 8)}; };
+    const std::string undefined = "\xFF\xFF\xFF\xFF", zero(4, '\0');
+    bytes += tag(2, 0) + "UL" + std::string{4, 0} + std::string{char(8 + syntax.size()), 0, 0, 0};
+    bytes += tag(2, 0x10) + "UI" + std::string{char(syntax.size()), 0} + syntax;
+    for (int i = 0; i < depth; ++i)
+        bytes += tag(0x0008, 0x1115) + "SQ" + std::string(2, '\0') + undefined + tag(0xFFFE, 0xE000) + undefined;
+    for (int i = 0; i < depth; ++i) bytes += tag(0xFFFE, 0xE00D) + zero + tag(0xFFFE, 0xE0DD) + zero;
+    EXPECT_EQ(convert("deep.dcm", bytes), RunOutcome::Finished);
+    EXPECT_TRUE(host.boxes.empty()) << message();
+    const std::string listing = output("deep.hdr");
+    EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), depth + 2);
+    // Indented two blanks a level, up to 64 levels.
+    EXPECT_NE(listing.find("\r\n" + std::string(6, ' ') + "(0008,1115) SQ ReferencedSeriesSequence = <1 item>\r\n"),
+              std::string::npos);
+    const std::string innermost = "(0008,1115) SQ ReferencedSeriesSequence = <1 item>\r\n";
+    EXPECT_EQ(listing.substr(listing.size() - innermost.size() - 129), "\n" + std::string(128, ' ') + innermost);
+    EXPECT_LT(listing.size(), size_t{200} * depth);
+}
+
 TEST_F(DicomFiles, UndecodablePixelDataKeepsItsListing) {
     // JPEG 2000, which DCMTK cannot decode, and a native image shorter than it says.
     auto jpeg2000 = newImage(2, 2, 8);

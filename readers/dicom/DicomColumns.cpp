@@ -48,9 +48,12 @@ private:
     TextWriter& out_;
 };
 
-void reportUndecoded(Session& form, const char* what, const std::string& fileName, const std::string& reason) {
-    form.host().messageBox(std::string("The ") + what + " of " + fileName + " could not be decoded: " + reason,
-                           BoxIcon::Exclamation, BoxButtons::Ok);
+// What a data set gave: nothing (no such data), "" (written), or the
+// warning to show (the data could not be decoded).
+using Written = std::optional<std::string>;
+
+std::string undecoded(const char* what, const std::string& fileName, const std::string& reason) {
+    return std::string("The ") + what + " of " + fileName + " could not be decoded: " + reason;
 }
 
 // A value's bytes as stored, in little-endian order (DCMTK keeps words in
@@ -79,10 +82,10 @@ int64_t littleEndianSample(const char* at, int bytes, bool isSigned) {
 
 // ---- MR spectroscopy: the real part of each point of the first spectrum ----
 
-bool writeSpectrum(Session& form, DcmItem& dataset, int number, const std::string& odfName) {
+Written writeSpectrum(Session& form, DcmItem& dataset, int number, const std::string& odfName) {
     const Float32* data = nullptr;
     unsigned long count = 0;
-    if (dataset.findAndGetFloat32Array(DCM_SpectroscopyData, data, &count).bad() || !data) return false;
+    if (dataset.findAndGetFloat32Array(DCM_SpectroscopyData, data, &count).bad() || !data) return std::nullopt;
     OFString representation;
     dataset.findAndGetOFString(DCM_DataRepresentation, representation);
     const unsigned long stride = representation.empty() || representation == "COMPLEX" ? 2 : 1;
@@ -93,18 +96,18 @@ bool writeSpectrum(Session& form, DcmItem& dataset, int number, const std::strin
     TwoColumns out(form, number, odfName);
     for (unsigned long i = 0; i < points; ++i) out.line(static_cast<int64_t>(i), data[i * stride]);
     out.close();
-    return true;
+    return "";
 }
 
 // ---- waveforms: the first channel of the first multiplex group ----
 
-bool writeWaveform(Session& form, DcmItem& dataset, const std::string& fileName, int number,
+Written writeWaveform(Session& form, DcmItem& dataset, const std::string& fileName, int number,
                    const std::string& odfName) {
     DcmItem* group = nullptr;
     DcmElement* data = nullptr;
     if (dataset.findAndGetSequenceItem(DCM_WaveformSequence, group, 0).bad() || !group ||
         group->findAndGetElement(DCM_WaveformData, data).bad() || !data)
-        return false;
+        return std::nullopt;
     Uint16 channels = 0, bits = 0;
     Uint32 samples = 0;
     OFString interpretation;
@@ -113,9 +116,8 @@ bool writeWaveform(Session& form, DcmItem& dataset, const std::string& fileName,
     group->findAndGetUint16(DCM_WaveformBitsAllocated, bits);
     group->findAndGetOFString(DCM_WaveformSampleInterpretation, interpretation);
     if (channels == 0 || (bits != 8 && bits != 16 && bits != 32 && bits != 64)) {
-        reportUndecoded(form, "waveform data", fileName,
-                        plainText(int64_t{channels}) + " channels of " + plainText(int64_t{bits}) + " bits");
-        return true;
+        return undecoded("waveform data", fileName,
+                         plainText(int64_t{channels}) + " channels of " + plainText(int64_t{bits}) + " bits");
     }
     const bool isSigned = interpretation == "SB" || interpretation == "SS" || interpretation == "SL" ||
                           interpretation == "SV";
@@ -127,7 +129,7 @@ bool writeWaveform(Session& form, DcmItem& dataset, const std::string& fileName,
     for (uint64_t s = 0; s < present; ++s)
         out.line(static_cast<int64_t>(s), littleEndianSample(values.data() + s * stride, bytes, isSigned));
     out.close();
-    return true;
+    return "";
 }
 
 // ---- images: the histogram of the modality values ----
@@ -372,11 +374,11 @@ std::string histogramOfWide(FrameSource& frames, const PixelLayout& layout, Moda
     });
 }
 
-bool writeHistogram(Session& form, DcmDataset& dataset, const std::string& fileName, int number,
+Written writeHistogram(Session& form, DcmDataset& dataset, const std::string& fileName, int number,
                     const std::string& odfName) {
     DcmElement* element = nullptr;
     if (dataset.findAndGetElement(DCM_PixelData, element).bad() || !element || element->ident() != EVR_PixelData)
-        return false;
+        return std::nullopt;
     const PixelLayout layout = pixelLayout(dataset);
     FrameSource frames(dataset, static_cast<DcmPixelData&>(*element), layout);
     ModalityHistogram histogram;
@@ -384,24 +386,21 @@ bool writeHistogram(Session& form, DcmDataset& dataset, const std::string& fileN
     if (failure.empty())
         failure = layout.bitsStored <= 16 ? histogramOfNarrow(frames, layout, histogram)
                                           : histogramOfWide(frames, layout, histogram);
-    if (!failure.empty()) {
-        reportUndecoded(form, "pixel data", fileName, failure);
-        return true;
-    }
-    if (histogram.empty()) return true;
+    if (!failure.empty()) return undecoded("pixel data", fileName, failure);
+    if (histogram.empty()) return "";
     TwoColumns out(form, number, odfName);
     histogram.writeTo(out);
     out.close();
-    return true;
+    return "";
 }
 
 }  // namespace
 
-void writeDicomColumns(Session& form, DcmDataset& dataset, const std::string& fileName, int outputNumber,
-                       const std::string& odfName) {
-    if (writeSpectrum(form, dataset, outputNumber, odfName)) return;
-    if (writeWaveform(form, dataset, fileName, outputNumber, odfName)) return;
-    writeHistogram(form, dataset, fileName, outputNumber, odfName);
+std::string writeDicomColumns(Session& form, DcmDataset& dataset, const std::string& fileName, int outputNumber,
+                              const std::string& odfName) {
+    if (Written w = writeSpectrum(form, dataset, outputNumber, odfName)) return *w;
+    if (Written w = writeWaveform(form, dataset, fileName, outputNumber, odfName)) return *w;
+    return writeHistogram(form, dataset, fileName, outputNumber, odfName).value_or("");
 }
 
 }  // namespace kestro
