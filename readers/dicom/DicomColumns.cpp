@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -321,10 +322,13 @@ private:
 };
 
 // Up to 16 bits a value: counted by stored value in one pass, then mapped.
-// The counts live in a buffer kept from file to file, all zero in between:
-// only the range a file used is cleared again.
+// The counts live in a buffer kept from file to file (each file is read on
+// a thread of its own), all zero in between: only the range a file used is
+// cleared again.
 std::string histogramOfNarrow(FrameSource& frames, const PixelLayout& layout, ModalityHistogram& histogram) {
-    thread_local std::vector<uint64_t> counts;
+    static std::mutex inUse;
+    static std::vector<uint64_t> counts;
+    const std::lock_guard<std::mutex> lock(inUse);
     counts.resize(std::max(counts.size(), size_t{1} << layout.bitsStored), 0);
     uint64_t low = counts.size(), high = 0;
     struct ClearAfter {
