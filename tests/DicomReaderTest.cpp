@@ -362,5 +362,18 @@ TEST_F(DicomFiles, RealFilesListAndCountEveryPixel) {
     EXPECT_TRUE(host.boxes.empty());
 }
 
+TEST_F(DicomFiles, DictionaryIsFoundWhereverDcmtkIsToldToLook) {
+    // A DCMTK dictionary path that leads nowhere: the installed dictionary
+    // is read instead, and DCMTK's complaints stay off the console. A file
+    // without an extension converts with the "DICOM" format choice.
+    writeFile(dir.file("IM0001"), readFile(std::string(KESTRO_SAMPLES_DIR) + "/dcm/MR_small.dcm"));
+    const std::string command = "cd '" + dir.path() + "' && DCMDICTPATH=/nowhere/dicom.dic '" KESTRO_CONVERT
+                                "' --format 20 IM0001 >out.txt 2>err.txt";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(output("err.txt"), "");
+    EXPECT_NE(output("IM0001.hdr").find("(0010,0010) PN PatientName = CompressedSamples^MR1\r\n"), std::string::npos);
+    EXPECT_EQ(countsAddUp(output("IM0001.odf")), 64 * 64);
+}
+
 }  // namespace
 }  // namespace kestro
