@@ -193,7 +193,7 @@ TEST_F(DicomFiles, ListingNamesEveryElementAtItsDepth) {
     inner->putAndInsertString(DCM_ReferencedSOPInstanceUID, "1.2.3");
     d.findOrCreateSequenceItem(DCM_ReferencedSeriesSequence, outer, -2);
     outer->putAndInsertString(DCM_SeriesInstanceUID, "1.3");
-    std::vector<Uint8> overlay(65, 0xAB);
+    std::vector<Uint8> overlay(66, 0xAB);
     d.putAndInsertUint8Array(DcmTag(0x6000, 0x3000, EVR_OB), overlay.data(), 64);  // short binary: shown
     d.putAndInsertUint8Array(DcmTag(0x6002, 0x3000, EVR_OB), overlay.data(), 66);  // longer: its length
     d.putAndInsertString(DcmTag(0x0029, 0x0010, EVR_LO), "KESTRO LAB");
