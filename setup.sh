@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
-          qt6-base-dev qt6-charts-dev libqt6opengl6-dev
+          qt6-base-dev qt6-charts-dev libqt6opengl6-dev libdcmtk-dev
           dpkg-dev file lintian)  # the last three build and check the Debian package
 missing=()
 for p in "${packages[@]}"; do
@@ -38,6 +38,8 @@ echo "The S-100 and the 35/40 .mca dumps, each with its own format choice:"
 (cd "$out" && "$convert" --format "Canberra 35/40 *.mca" canberra3540.mca)
 echo "The diffraction scans (one .odf per RAW range; the RD scan also gives its header listing):"
 (cd "$out" && "$convert" brukeraxs.raw panalytical.rd)
+echo "The DICOM image (its header listing, private tag named by DICOM.tags, and the histogram of its values):"
+(cd "$out" && "$convert" image.dcm)
 echo "Written:"
 for f in $(ls "$out"); do
   grep -qx "$f" <<<"$before" || printf '  %s (%s bytes)\n' "$out/$f" "$(stat -c %s "$out/$f")"

@@ -447,6 +447,7 @@ std::string writeFailureMessage(int number, const std::string& description) {
 }
 
 RunOutcome RunCode_Click(Session& form) {
+    ++form.runNumber;
     const RunOutcome outcome = runHandlingFailures(form);
     // Files a reader left open (a failed one always does) would block the
     // next run with "File already open": the run ends with none open.

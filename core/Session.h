@@ -4,6 +4,7 @@
 // values passed from reader to driver, the output boxes, the command-line
 // text, the numbered files, and the Host that shows it all.
 #include <array>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@
 #include "core/runtime/Value.h"
 
 namespace kestro {
+
+struct DicomTagTable;  // readers/dicom: the tag names read from "DICOM.tags"
 
 // The check boxes, and whether the optional ones (with their labels) show.
 struct Boxes {
@@ -67,6 +70,11 @@ public:
     std::string commandLine;
 
     FileTable files;
+
+    // Counted up by the driver as each run starts, for what is reported once a run.
+    int64_t runNumber = 0;
+    // "DICOM.tags" as the DICOM reader last read it (GenInfo's numID, tagDef, hIDval).
+    std::shared_ptr<DicomTagTable> dicomTags;
 
 private:
     Host& host_;

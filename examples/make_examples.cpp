@@ -2,9 +2,13 @@
 // text format and each instrument format Kestro reads, all from the same 64
 // counts (256 for the 35/40 dump, whose blocks hold 256), so their outputs
 // can be compared; the event list holds event energies instead.
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dctk.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -289,6 +293,36 @@ void writeRd(const std::string& dir, const std::vector<int64_t>& c) {
     writeBytes(dir + "/panalytical.rd", b);
 }
 
+// DICOM: the counts as an 8 x 8 image of 16-bit values with a rescale
+// intercept, a private tag, and the "DICOM.tags" that names it.
+void writeDicom(const std::string& dir, const std::vector<int64_t>& c) {
+    DcmFileFormat file;
+    DcmDataset& d = *file.getDataset();
+    d.putAndInsertString(DCM_SOPClassUID, UID_SecondaryCaptureImageStorage);
+    d.putAndInsertString(DCM_SOPInstanceUID, "1.2.826.0.1.3680043.10.1427.1.1");
+    d.putAndInsertString(DCM_Modality, "OT");
+    d.putAndInsertString(DCM_PatientName, "Example^Kestro");
+    d.putAndInsertString(DcmTag(0x0009, 0x0010, EVR_LO), "KESTRO EXAMPLE");
+    d.putAndInsertString(DcmTag(0x0009, 0x1001, EVR_LO), "the 64 counts of the example spectrum");
+    d.putAndInsertUint16(DCM_SamplesPerPixel, 1);
+    d.putAndInsertString(DCM_PhotometricInterpretation, "MONOCHROME2");
+    d.putAndInsertUint16(DCM_Rows, 8);
+    d.putAndInsertUint16(DCM_Columns, 8);
+    d.putAndInsertUint16(DCM_BitsAllocated, 16);
+    d.putAndInsertUint16(DCM_BitsStored, 16);
+    d.putAndInsertUint16(DCM_HighBit, 15);
+    d.putAndInsertUint16(DCM_PixelRepresentation, 0);
+    d.putAndInsertString(DCM_RescaleIntercept, "-3");
+    d.putAndInsertString(DCM_RescaleSlope, "1");
+    std::vector<Uint16> pixels(c.begin(), c.end());
+    d.putAndInsertUint16Array(DCM_PixelData, pixels.data(), static_cast<unsigned long>(pixels.size()));
+    if (file.saveFile((dir + "/image.dcm").c_str(), EXS_LittleEndianExplicit).bad()) std::exit(1);
+    TextWriter tags(dir + "/DICOM.tags");
+    tags.text("# Names for the private tags of image.dcm, in DCMTK's dictionary format").endLine();
+    tags.text("(0009,\"KESTRO EXAMPLE\",01)\tLO\tExampleSource\t1\tPrivateTag").endLine();
+    tags.close();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -318,5 +352,6 @@ int main(int argc, char** argv) {
     writeEvt(dir);
     writeRaw(dir, c);
     writeRd(dir, c);
+    writeDicom(dir, c);
     return 0;
 }
