@@ -37,6 +37,10 @@ echo "The S-100 and the 35/40 .mca dumps, each with its own format choice:"
 (cd "$out" && "$convert" --format "Canberra 35/40 *.mca" canberra3540.mca)
 echo "The diffraction scans (one .odf per RAW range; the RD scan also gives its header listing):"
 (cd "$out" && "$convert" brukeraxs.raw panalytical.rd)
+echo "The JCAMP-DX spectra (AFFN and ASDF; each gives an .odf and a .hdrx), the Shimadzu photometric file and the TA run:"
+(cd "$out" && "$convert" jcamp-affn.jdx jcamp-asdf.jdx)
+(cd "$out" && "$convert" --format "Shimadzu *.pho" shimadzu.pho)
+(cd "$out" && "$convert" --format "Old TA Instr TGA/DSC" tainstruments.001)
 echo "Written:"
 for f in $(ls "$out"); do
   grep -qx "$f" <<<"$before" || printf '  %s (%s bytes)\n' "$out/$f" "$(stat -c %s "$out/$f")"
