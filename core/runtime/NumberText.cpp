@@ -98,9 +98,15 @@ bool appendDoubleDigits(std::string& out, double a) {
     const double scaled = a * Scales[DoubleDigits - 1 - exponent];
     const double whole = std::nearbyint(scaled);
     if (std::fabs(scaled - whole) > 0.375 || whole >= 1e15 || whole < 1e14) return false;
+    static constexpr char Pairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
     uint64_t m = static_cast<uint64_t>(whole);
-    char mantissa[DoubleDigits];
-    for (int i = DoubleDigits - 1; i >= 0; --i, m /= 10) mantissa[i] = static_cast<char>('0' + m % 10);
+    char mantissa[DoubleDigits + 1];
+    // Two digits at a time from the last; 15 digits leave one for the front.
+    for (int i = DoubleDigits - 1; i > 0; i -= 2, m /= 100) std::memcpy(mantissa + i - 1, Pairs + (m % 100) * 2, 2);
+    mantissa[0] = static_cast<char>('0' + m);
     int n = DoubleDigits;
     while (n > 1 && mantissa[n - 1] == '0') --n;
     appendLaidOut(out, mantissa, n, exponent, DoubleDigits);
