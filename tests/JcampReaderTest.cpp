@@ -162,7 +162,7 @@ TEST_F(JcampTest, OutputsStopAtTheFirstDotOfThePath) {
 struct SamplePoint { size_t index; const char* x; const char* y; };
 struct Sample { const char* name; size_t points; std::vector<SamplePoint> checks; bool lfOnly; };
 
-// Point counts and Y values as jcampconverter 10 reads the same files
+// Point counts and Y values as jcampconverter 12.5 reads the same files
 // (npm package jcampconverter, run outside the suite); X where the file's
 // own X values give it. sqzdupd1 writes its line X values to two decimals,
 // which the decoding takes as they stand: its X differ from FIRSTX + i x
