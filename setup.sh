@@ -40,6 +40,10 @@ echo "The diffraction scans (one .odf per RAW range; the RD scan also gives its 
 (cd "$out" && "$convert" brukeraxs.raw panalytical.rd)
 echo "The DICOM image (its header listing, private tag named by DICOM.tags, and the histogram of its values):"
 (cd "$out" && "$convert" image.dcm)
+echo "The JCAMP-DX spectra (AFFN and ASDF; each gives an .odf and a .hdrx), the Shimadzu photometric file and the TA run:"
+(cd "$out" && "$convert" jcamp-affn.jdx jcamp-asdf.jdx)
+(cd "$out" && "$convert" --format "Shimadzu *.pho" shimadzu.pho)
+(cd "$out" && "$convert" --format "Old TA Instr TGA/DSC" tainstruments.001)
 echo "Written:"
 for f in $(ls "$out"); do
   grep -qx "$f" <<<"$before" || printf '  %s (%s bytes)\n' "$out/$f" "$(stat -c %s "$out/$f")"

@@ -323,6 +323,104 @@ void writeDicom(const std::string& dir, const std::vector<int64_t>& c) {
     tags.close();
 }
 
+// ---- JCAMP-DX, Shimadzu and TA Instruments ----
+
+// The JCAMP spectra: the counts as absorbance (YFACTOR 0.001) over
+// wavenumbers from 400 in steps of 2, 8 values a line.
+constexpr int JcampFirstX = 400;
+constexpr int JcampStepX = 2;
+constexpr size_t JcampPerLine = 8;
+
+void writeJcampHeader(TextWriter& out, const char* title, size_t points) {
+    out.text("##TITLE=").text(title).endLine().text("##JCAMP-DX=4.24").endLine();
+    out.text("##DATA TYPE=INFRARED SPECTRUM").endLine().text("##ORIGIN=kestro-examples").endLine();
+    out.text("##XUNITS=1/CM").endLine().text("##YUNITS=ABSORBANCE").endLine();
+    out.text("##XFACTOR=1").endLine().text("##YFACTOR=0.001").endLine();
+    out.text("##FIRSTX=").text(plainText(int64_t{JcampFirstX})).endLine();
+    out.text("##LASTX=").text(plainText(int64_t{JcampFirstX + JcampStepX * static_cast<int64_t>(points - 1)})).endLine();
+    out.text("##DELTAX=").text(plainText(int64_t{JcampStepX})).endLine();
+    out.text("##NPOINTS=").text(plainText(static_cast<int64_t>(points))).endLine();
+    out.text("##XYDATA=(X++(Y..Y))").endLine();
+}
+
+std::string jcampX(size_t k) { return plainText(int64_t{JcampFirstX} + JcampStepX * static_cast<int64_t>(k)); }
+
+void writeJcampAffn(const std::string& dir, const std::vector<int64_t>& c) {
+    TextWriter out(dir + "/jcamp-affn.jdx");
+    writeJcampHeader(out, "Kestro example spectrum, AFFN", c.size());
+    for (size_t k = 0; k < c.size(); k += JcampPerLine) {
+        out.text(jcampX(k));
+        for (size_t i = k; i < std::min(k + JcampPerLine, c.size()); ++i) out.text(" ").text(plainText(c[i]));
+        out.endLine();
+    }
+    out.text("##END=").endLine();
+    out.close();
+}
+
+// A number with its sign and first digit as one ASDF character: 123 is
+// "A23" in SQZ, -15 "j5" in DIF; a repeat count's first digit is a DUP
+// character ("T" is 2).
+std::string asdf(int64_t v, const char* positive, const char* negative) {
+    std::string digits = plainText(v < 0 ? -v : v);
+    digits[0] = (v < 0 ? negative : positive)[digits[0] - '0'];
+    return digits;
+}
+std::string sqz(int64_t v) { return asdf(v, "@ABCDEFGHI", "@abcdefghi"); }
+std::string dif(int64_t v) { return asdf(v, "%JKLMNOPQR", "%jklmnopqr"); }
+std::string dup(int64_t count) { return asdf(count, "?STUVWXYZs", "?STUVWXYZs"); }
+
+// Each line: X, the first value in SQZ, differences in DIF (repeats in
+// DUP) up to the next line's first value, which is the line's check; the
+// last line holds the last value alone.
+void writeJcampAsdf(const std::string& dir, const std::vector<int64_t>& c) {
+    TextWriter out(dir + "/jcamp-asdf.jdx");
+    writeJcampHeader(out, "Kestro example spectrum, ASDF", c.size());
+    size_t k = 0;
+    for (; k + 1 < c.size(); k += JcampPerLine) {
+        const size_t end = std::min(k + JcampPerLine, c.size() - 1);
+        out.text(jcampX(k)).text(sqz(c[k]));
+        for (size_t i = k + 1; i <= end;) {
+            size_t same = 1;
+            while (i + same <= end && c[i + same] - c[i + same - 1] == c[i] - c[i - 1]) ++same;
+            out.text(dif(c[i] - c[i - 1]));
+            if (same > 1) out.text(dup(static_cast<int64_t>(same)));
+            i += same;
+        }
+        out.endLine();
+    }
+    out.text(jcampX(c.size() - 1)).text(sqz(c.back())).endLine();
+    out.text("##END=").endLine();
+    out.close();
+}
+
+// Shimadzu photometric file: recorded 21-11-2026 09:30:00.0, one
+// measurement for each eighth count, as absorbance and twice that.
+void writePho(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.at(40, int16_t{2026}).u8(11).u8(21).u8(9).u8(30).u8(0).u8(0);
+    const int32_t measurements = static_cast<int32_t>(c.size() / 8);
+    b.at(114, measurements).padTo(128);
+    for (int32_t i = 1; i <= measurements; ++i) b.i32(i);
+    for (int32_t i = 0; i < measurements; ++i) {
+        const float absorbance = static_cast<float>(c[static_cast<size_t>(8 * i)]) / 1000.0f;
+        b.f32(absorbance).f32(2 * absorbance);
+    }
+    writeBytes(dir + "/shimadzu.pho", b);
+}
+
+// TA Instruments TGA run: a text header ending in the "Time" line, two
+// separator bytes, then time (min), temperature (C) and weight (mg) as Singles.
+void writeTa(const std::string& dir, const std::vector<int64_t>& c) {
+    BinaryBuilder b;
+    b.text("Instrument: TGA 2950\r\nSample: kestro-examples\r\nSize: 10.000 mg\r\n");
+    b.text("Time (min)\tTemperature (C)\tWeight (mg)\r\n").u8(0).u8(0);
+    for (size_t i = 0; i < c.size(); ++i) {
+        const float minutes = 0.5f * static_cast<float>(i);
+        b.f32(minutes).f32(25 + 10 * minutes).f32(10.0f - static_cast<float>(c[i]) / 1000.0f);
+    }
+    writeBytes(dir + "/tainstruments.001", b);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -353,5 +451,9 @@ int main(int argc, char** argv) {
     writeRaw(dir, c);
     writeRd(dir, c);
     writeDicom(dir, c);
+    writeJcampAffn(dir, c);
+    writeJcampAsdf(dir, c);
+    writePho(dir, c);
+    writeTa(dir, c);
     return 0;
 }

@@ -169,6 +169,25 @@ TEST(NumberTextTest, SingleDigitsAgreeWithTheScientificDigits) {
     EXPECT_EQ(plainText(22.02f), "22.02");
 }
 
+TEST(NumberTextTest, DoubleDigitsAgreeWithTheScientificDigits) {
+    // Any double, and any short decimal scaled as readers scale values read
+    // from text, reads back as its 15-digit scientific text does.
+    std::mt19937_64 rng(11);
+    std::uniform_real_distribution<double> exponent(-7, 16);
+    std::uniform_int_distribution<int> whole(-99999, 99999);
+    const double factors[] = {1, 0.1, 0.0001, 4.5930663e-05, 0.24105835, 3};
+    for (int i = 0; i < 200000; ++i) {
+        const double v = i % 2 ? std::pow(10.0, exponent(rng)) : whole(rng) * factors[i / 2 % 6] + (i % 4 == 2);
+        char scientific[40];
+        std::snprintf(scientific, sizeof scientific, "%.14e", v);
+        ASSERT_EQ(std::stod(plainText(v)), std::stod(scientific)) << scientific;
+    }
+    EXPECT_EQ(plainText(0.1 + 0.2), "0.3");
+    EXPECT_EQ(plainText(999999999999999.9), "1E+15");
+    EXPECT_EQ(plainText(9.999999999999999e-6), "1E-05");
+    EXPECT_EQ(plainText(4999.78894165), "4999.78894165");
+}
+
 TEST(NumberTextTest, NumberAndTextPatterns) {
     struct Case { double v; const char* pattern; const char* text; };
     const Case cases[] = {

@@ -186,7 +186,7 @@ private:
 
     static bool isTextInput(const std::string& path) {
         static const std::set<std::string> text = {".spe", ".asc", ".rbs", ".sim", ".dat", ".odf",
-                                                   ".spx", ".xml", ".mpa", ".mp"};
+                                                   ".spx", ".xml", ".mpa", ".mp", ".jdx", ".dx"};
         std::string extension = std::filesystem::path(path).extension().string();
         for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
         return text.count(extension) != 0;

@@ -81,6 +81,38 @@ bool appendSingleDigits(std::string& out, double a) {
     return true;
 }
 
+// The 15 significant digits of a double between 1E-05 and 1E+15, without a
+// round trip through a scientific text. a x 10^s (s <= 19, so 10^s is exact)
+// is computed within 0.12 of its last unit; when the product lies within
+// 0.375 of a whole number, that number is the exact value rounded, so its
+// digits are the rule's. Values read from text and scaled, nearly all that
+// readers write, pass; the rest take the general way.
+bool appendDoubleDigits(std::string& out, double a) {
+    static constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1,    1e1,  1e2,  1e3,  1e4, 1e5,
+                                      1e6,  1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    static constexpr double Scales[] = {1,    1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
+                                        1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19};
+    if (!(a >= 1e-5 && a < 1e15)) return false;
+    int exponent = -5;
+    while (a >= Tens[exponent + 6]) ++exponent;
+    const double scaled = a * Scales[DoubleDigits - 1 - exponent];
+    const double whole = std::nearbyint(scaled);
+    if (std::fabs(scaled - whole) > 0.375 || whole >= 1e15 || whole < 1e14) return false;
+    static constexpr char Pairs[] =
+        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+        "8081828384858687888990919293949596979899";
+    uint64_t m = static_cast<uint64_t>(whole);
+    char mantissa[DoubleDigits + 1];
+    // Two digits at a time from the last; 15 digits leave one for the front.
+    for (int i = DoubleDigits - 1; i > 0; i -= 2, m /= 100) std::memcpy(mantissa + i - 1, Pairs + (m % 100) * 2, 2);
+    mantissa[0] = static_cast<char>('0' + m);
+    int n = DoubleDigits;
+    while (n > 1 && mantissa[n - 1] == '0') --n;
+    appendLaidOut(out, mantissa, n, exponent, DoubleDigits);
+    return true;
+}
+
 // Appends |v|'s digits (no sign) with the given number of significant digits.
 void appendMagnitude(std::string& out, double v, int digits) {
     double a = std::fabs(v);
@@ -104,6 +136,7 @@ void appendMagnitude(std::string& out, double v, int digits) {
         return;
     }
     if (digits == SingleDigits && appendSingleDigits(out, a)) return;
+    if (digits == DoubleDigits && appendDoubleDigits(out, a)) return;
     char buf[48];
     auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, digits - 1);
     // buf holds d[.ddd]e[+-]xx
