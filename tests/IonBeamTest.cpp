@@ -281,6 +281,24 @@ TEST_F(CsvEvtTest, CsvColumnsGoToFilesOfTheirOwn) {
     EXPECT_EQ(output("widest-509.dat"), " 509 \r\n");
 }
 
+TEST_F(CsvEvtTest, ATableLargerThanAReadBlockSplitsAsASmallOneDoes) {
+    // About 3 MB, so fields and quoted texts cross the blocks the table is
+    // read in; each record runs over two lines, as list input allows, and
+    // its fields must still reach their own columns.
+    std::string table = "t,a,b,c,\r\n", a, b, c;
+    for (int i = 0; i < 120000; ++i) {
+        const std::string n = std::to_string(i);
+        table += n + "," + n + ".5\r\n\"text " + n + "\",-" + n + "\r\n";
+        a += " " + n + ".5 \r\n";
+        b += "text " + n + "\r\n";
+        c += (i == 0 ? " 0" : "-" + n) + " \r\n";
+    }
+    EXPECT_EQ(convert("big.csv", table), RunOutcome::EndedByReader);
+    EXPECT_EQ(output("big-1.dat"), a);
+    EXPECT_EQ(output("big-2.dat"), b);
+    EXPECT_EQ(output("big-3.dat"), c);
+}
+
 TEST_F(CsvEvtTest, BadCsvTablesEndTheRunWithTheRuntimeError) {
     expectFailures("empty.csv", {{"an empty file", "", "Error 62 Input past end of file", 1}});
     // The column files stay open until the run ends; the complete lines

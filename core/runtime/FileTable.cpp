@@ -28,6 +28,13 @@ TextReader& FileTable::openInputAsWritten(int number, const std::string& path) {
     return *(files_[number].input = std::move(reader));
 }
 
+TextReader& FileTable::openStreamedInput(int number, const std::string& path) {
+    checkFree(number);
+    // Built in place: a reader is not movable.
+    std::unique_ptr<TextReader> reader(new TextReader(TextReader::streaming(path)));
+    return *(files_[number].input = std::move(reader));
+}
+
 TextWriter& FileTable::openOutput(int number, const std::string& path) {
     checkFree(number);
     auto writer = std::make_unique<TextWriter>(path);

@@ -20,6 +20,9 @@ public:
     // Text input with the line ends as written, for a reader that handles
     // LF-only files itself.
     TextReader& openInputAsWritten(int number, const std::string& path);
+    // Text input read a block at a time, for text that need not fit in
+    // memory; a line or field it returns stays valid until the next read.
+    TextReader& openStreamedInput(int number, const std::string& path);
     TextWriter& openOutput(int number, const std::string& path);
     TextWriter& openAppend(int number, const std::string& path);
     BinaryReader& openBinary(int number, const std::string& path);

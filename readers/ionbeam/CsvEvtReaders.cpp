@@ -31,8 +31,10 @@ std::string columnPath(const std::string& input, int64_t column) {
     return dropLast(input, 4) + "-" + plainText(column) + ".dat";
 }
 
+// A field is kept as a copy: the table streams, and a later field of the
+// line may start a new block.
 struct Field {
-    std::string_view text;
+    std::string text;
     bool quoted;
 };
 
@@ -100,7 +102,7 @@ private:
 }  // namespace
 
 void ExtrCSV(Session& form, std::string& fileName) {
-    TextReader& in = form.files.openInput(InputFile, fileName);
+    TextReader& in = form.files.openStreamedInput(InputFile, fileName);
     const int64_t n = headerFieldCount(in.lineInput());
     form.host().messageBox("Found " + plainText(n) + " arguments", BoxIcon::None, BoxButtons::Ok);
 
