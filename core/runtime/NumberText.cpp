@@ -184,6 +184,7 @@ std::string signedText(const Value& v) {
 }
 
 void appendPlainText(std::string& out, double v) { appendNumber(out, v, DoubleDigits); }
+void appendPlainText(std::string& out, float v) { appendNumber(out, v, SingleDigits); }
 
 void appendPlainText(std::string& out, int64_t v) {
     char buf[24];

@@ -62,6 +62,7 @@ bool parseDecimalDigits(std::string_view text, int64_t& out);
 
 // Appending forms for the hot loops (no temporary strings).
 void appendPlainText(std::string& out, double v);
+void appendPlainText(std::string& out, float v);  // a Single, 7 digits
 void appendPlainText(std::string& out, int64_t v);
 void appendPrintItem(std::string& out, double v);
 void appendPrintItem(std::string& out, float v);  // a Single, 7 digits

@@ -1,0 +1,276 @@
+// Reader of GAML files: XML read line by line, whose first X and Y arrays are
+// base64 text of little-endian Singles. Writes a ".hdr" with the lines that
+// introduce the data and the decoded lengths, and a two-column ".odf".
+#include "readers/analytical/GamlReader.h"
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+#include "core/Writers.h"
+#include "core/runtime/Dates.h"
+#include "core/runtime/Files.h"
+#include "core/runtime/NumberText.h"
+#include "core/runtime/RuntimeError.h"
+#include "readers/Readers.h"
+
+namespace kestro {
+
+namespace {
+
+// ---- base64 ----
+
+constexpr std::string_view Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr int8_t Refused = -1;
+constexpr int8_t Dropped = -2;  // line ends
+constexpr int8_t Pad = 64;      // "=", worth 0 inside a group
+
+constexpr std::array<int8_t, 256> characterClasses() {
+    std::array<int8_t, 256> classes{};
+    classes.fill(Refused);
+    for (size_t i = 0; i < Alphabet.size(); ++i) classes[static_cast<uint8_t>(Alphabet[i])] = static_cast<int8_t>(i);
+    classes['='] = Pad;
+    classes['\r'] = Dropped;
+    classes['\n'] = Dropped;
+    return classes;
+}
+constexpr std::array<int8_t, 256> Classes = characterClasses();
+
+int valueOf(char c) {
+    const int8_t v = Classes[static_cast<uint8_t>(c)];
+    return v == Pad ? 0 : v;
+}
+
+// The 24 bits of up to four characters, missing ones worth 0.
+uint32_t groupBits(std::string_view group) {
+    uint32_t bits = 0;
+    for (size_t k = 0; k < 4; ++k) bits = bits << 6 | static_cast<uint32_t>(k < group.size() ? valueOf(group[k]) : 0);
+    return bits;
+}
+
+// ---- the GAML text ----
+
+constexpr int InputFile = 1;
+constexpr int DataFile = 2;
+constexpr int HeaderFile = 3;
+constexpr const char* WorkFile = "std_crlf.gaml";
+
+// Blanks off both ends, tabs kept.
+std::string_view trimmed(std::string_view s) {
+    const size_t first = s.find_first_not_of(' ');
+    if (first == std::string_view::npos) return {};
+    return s.substr(first, s.find_last_not_of(' ') - first + 1);
+}
+
+bool startsWith(std::string_view s, std::string_view start) { return s.substr(0, start.size()) == start; }
+
+// Reads on to the first line whose trimmed text begins with `start`.
+bool findLine(TextReader& in, std::string_view start, std::string_view& line) {
+    while (!in.eof()) {
+        line = in.lineInput();
+        if (startsWith(trimmed(line), start)) return true;
+    }
+    return false;
+}
+
+// The part of a "<values" line up to its first ">" goes to the header; the
+// base64 text starts after it (the whole line when it has none).
+std::string_view afterValuesTag(TextWriter& header, std::string_view line) {
+    const size_t gt = line.find('>');
+    header.text(gt == std::string_view::npos ? std::string_view{} : line.substr(0, gt + 1)).endLine();
+    return gt == std::string_view::npos ? line : line.substr(gt + 1);
+}
+
+// X: the rest of the "<values" line and every line after it, as read, up to
+// the line that is "</values>".
+std::string readXText(TextReader& in, TextWriter& header, std::string_view valuesLine) {
+    std::string text(afterValuesTag(header, valuesLine));
+    while (!in.eof()) {
+        const std::string_view line = in.lineInput();
+        if (trimmed(line) == "</values>") {
+            header.text("</values>").endLine();
+            break;
+        }
+        text += line;
+    }
+    return text;
+}
+
+// Y: the characters after the "<values" tag up to the next "<", line ends
+// left out.
+std::string readYText(TextReader& in, TextWriter& header, std::string_view valuesLine) {
+    const std::string_view rest = afterValuesTag(header, valuesLine);
+    const size_t lt = rest.find('<');
+    if (lt != std::string_view::npos) return std::string(rest.substr(0, lt));
+    std::string text(rest);
+    const std::string_view after = in.bytes().substr(static_cast<size_t>(in.position() - 1));
+    for (char c : after.substr(0, after.find('<')))
+        if (c != '\r' && c != '\n') text += c;
+    return text;
+}
+
+void writeDecodedLength(TextWriter& header, const std::string& decoded, const char* axis) {
+    header.text("Length of decoded string " + plainText(static_cast<int64_t>(decoded.size())) + "; number of " +
+                axis + " points ")
+        .item(static_cast<int64_t>(decoded.size() / 4))
+        .endLine();
+}
+
+float singleAt(const std::string& bytes, size_t i) {
+    float v;
+    std::memcpy(&v, bytes.data() + 4 * i, sizeof v);
+    return v;
+}
+
+// A refusal: the message, both files closed, the converted copy deleted.
+void refuse(Session& form, const std::string& text, bool madeWorkFile) {
+    form.host().messageBox(text, BoxIcon::Critical, BoxButtons::Ok);
+    form.files.close(InputFile);
+    form.files.close(HeaderFile);
+    if (madeWorkFile) std::remove(WorkFile);
+}
+
+// A file without a single CR is read from a copy with CR LF line ends,
+// written to the current folder. Returns whether the copy was made.
+bool openWithStandardLineEnds(Session& form, const std::string& fileName) {
+    TextReader& in = form.files.openInputAsWritten(InputFile, fileName);
+    if (static_cast<int64_t>(in.lineInput().size()) != in.length()) {
+        in.seek(1);
+        return false;
+    }
+    form.host().messageBox("File with non-standard termination (CR or CR+LF) will be converted to standard!",
+                           BoxIcon::Exclamation, BoxButtons::Ok);
+    const std::string_view text = in.bytes();
+    std::string standard;
+    standard.reserve(text.size() + text.size() / 16);
+    for (size_t from = 0; from < text.size();) {
+        size_t lf = text.find('\n', from);
+        if (lf == std::string_view::npos) lf = text.size();
+        standard.append(text.substr(from, lf - from));
+        if (lf < text.size()) standard += "\r\n";
+        from = lf + 1;
+    }
+    form.files.close(InputFile);
+    writeWholeFile(WorkFile, standard);
+    form.files.openInputAsWritten(InputFile, WorkFile);
+    return true;
+}
+
+// The points the reader hands to the plot: as many rows as valueCount says,
+// whatever the file held; rows past the points stay 0.
+void handToPlot(Session& form, const std::string& xs, const std::string& ys, size_t points, const std::string& name) {
+    const size_t rows = form.valueCount > 0 ? static_cast<size_t>(form.valueCount) : 0;
+    PlotPoints plot(rows, {0.0, 0.0});
+    for (size_t i = 0; i < rows && i < points; ++i) plot[i] = {singleAt(xs, i), singleAt(ys, i)};
+    form.host().plot(plot, static_cast<int64_t>(rows), name);
+    form.host().applyScale(form.boxes.LogScale);
+}
+
+}  // namespace
+
+void Decode(Session& form, std::string_view base64, std::string& decoded) {
+    decoded.clear();
+    bool lineEnds = false;
+    for (char c : base64) {
+        const int8_t v = Classes[static_cast<uint8_t>(c)];
+        if (v == Refused) {
+            form.host().messageBox("Not a legal or RFC 2045 compliant base64 string: conversion aborted!",
+                                   BoxIcon::None, BoxButtons::Ok);
+            return;
+        }
+        lineEnds |= v == Dropped;
+    }
+    std::string cleanedText;
+    if (lineEnds) {
+        cleanedText.reserve(base64.size());
+        for (char c : base64)
+            if (c != '\r' && c != '\n') cleanedText += c;
+        base64 = cleanedText;
+    }
+    // A padded last group is decoded on its own, at the end.
+    std::string_view padded;
+    if (!base64.empty() && base64.back() == '=') {
+        const size_t tail = std::min<size_t>(4, base64.size());
+        padded = base64.substr(base64.size() - tail);
+        base64.remove_suffix(tail);
+    }
+    decoded.resize(base64.size() / 4 * 3);
+    char* out = decoded.data();
+    for (size_t i = 0; i + 4 <= base64.size(); i += 4) {
+        const uint32_t bits = groupBits(base64.substr(i, 4));
+        *out++ = static_cast<char>(bits >> 16);
+        *out++ = static_cast<char>(bits >> 8);
+        *out++ = static_cast<char>(bits);
+    }
+    if (!padded.empty()) {
+        const uint32_t bits = groupBits(padded);
+        decoded += static_cast<char>(bits >> 16);
+        if (!padded.ends_with("==")) decoded += static_cast<char>(bits >> 8);
+    }
+}
+
+void ConvFileGAML(Session& form, std::string& fileName) {
+    const bool madeWorkFile = openWithStandardLineEnds(form, fileName);
+    TextReader& in = form.files.input(InputFile);
+    const std::string stem = dropLast(fileName, 5);
+    const std::string headerName = stem + ".hdr";
+    TextWriter& header = form.files.openOutput(HeaderFile, headerName);
+    const DateValue now = dateFromUnixSeconds(std::time(nullptr));
+    header.text("header file for " + fileName + " read on the " + generalDate(now)).endLine();
+
+    if (!startsWith(in.lineInput(), "<?xml"))
+        form.host().messageBox("Not a XML type file. Probably not a GAML file!", BoxIcon::Exclamation, BoxButtons::Ok);
+    const std::string_view second = in.lineInput();
+    if (!startsWith(second, "<GAML")) {
+        form.files.close(InputFile);
+        form.files.close(HeaderFile);
+        form.host().messageBox("Not a GAML type file. Conversion aborted!", BoxIcon::Critical, BoxButtons::Ok);
+        return;
+    }
+    header.text(second).endLine();
+
+    std::string_view line;
+    if (!findLine(in, "<Xdata", line)) return refuse(form, "No X data found. Conversion aborted!", madeWorkFile);
+    header.text(trimmed(line)).endLine();
+    if (!findLine(in, "<values", line)) return refuse(form, "No X values found. Conversion aborted!", madeWorkFile);
+    std::string xs;
+    Decode(form, readXText(in, header, line), xs);
+    writeDecodedLength(header, xs, "X");
+    form.files.close(HeaderFile);
+    // The input stays open: the reader has always ended so here.
+    if (xs.empty()) return;
+
+    TextWriter& more = form.files.openAppend(HeaderFile, headerName);
+    if (!findLine(in, "<Ydata", line)) return refuse(form, "No Y data found. Conversion aborted!", madeWorkFile);
+    more.text(trimmed(line)).endLine();
+    if (!findLine(in, "<values", line)) return refuse(form, "No Y values found. Conversion aborted!", madeWorkFile);
+    const std::string yText = readYText(in, more, line);
+    form.files.close(InputFile);
+    std::string ys;
+    Decode(form, yText, ys);
+    writeDecodedLength(more, ys, "Y");
+    form.files.close(HeaderFile);
+    if (ys.empty()) return;
+
+    const size_t xPoints = xs.size() / 4, yPoints = ys.size() / 4;
+    const std::string dataName = stem + ".odf";
+    TextWriter& out = form.files.openOutput(DataFile, dataName);
+    std::string& text = out.buffer();
+    for (size_t i = 0; i < yPoints; ++i) {
+        if (i >= xPoints) raise(err::SubscriptOutOfRange);
+        // The written-list line: X, the list delimiter, Y.
+        appendPlainText(text, singleAt(xs, i));
+        text += ',';
+        appendPlainText(text, singleAt(ys, i));
+        out.endLine();
+        out.flushIfFull();
+    }
+    form.files.close(DataFile);
+    if (form.boxes.DsGr) handToPlot(form, xs, ys, yPoints, dataName);
+}
+
+}  // namespace kestro
