@@ -1,5 +1,6 @@
 #include "core/runtime/NumberText.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -19,28 +20,105 @@ constexpr int SingleDigits = 7;
 // Appends significant digits mantissa[0..n) (no trailing zeros), the first
 // of them at the decimal `exponent`, in the fixed or the exponent form.
 void appendLaidOut(std::string& out, const char* mantissa, int n, int exponent, int digits) {
+    char text[48];
+    char* p = text;
+    const auto copy = [&p](const char* from, int count) {
+        std::memcpy(p, from, static_cast<size_t>(count));
+        p += count;
+    };
     if (exponent >= digits || exponent < -4) {
-        out += mantissa[0];
+        *p++ = mantissa[0];
         if (n > 1) {
-            out += '.';
-            out.append(mantissa + 1, static_cast<size_t>(n - 1));
+            *p++ = '.';
+            copy(mantissa + 1, n - 1);
         }
-        out += exponent < 0 ? "E-" : "E+";
-        int ax = std::abs(exponent);
-        if (ax < 10) out += '0';
-        out += std::to_string(ax);
+        *p++ = 'E';
+        *p++ = exponent < 0 ? '-' : '+';
+        const int ax = std::abs(exponent);
+        if (ax < 10) *p++ = '0';
+        p = std::to_chars(p, text + sizeof text, ax).ptr;
     } else if (exponent < 0) {
-        out += "0.";
-        out.append(static_cast<size_t>(-exponent - 1), '0');
-        out.append(mantissa, static_cast<size_t>(n));
+        *p++ = '0';
+        *p++ = '.';
+        for (int i = 0; i < -exponent - 1; ++i) *p++ = '0';
+        copy(mantissa, n);
     } else {
-        int whole = exponent + 1;
-        for (int i = 0; i < whole; ++i) out += i < n ? mantissa[i] : '0';
+        const int whole = exponent + 1;
+        for (int i = 0; i < whole; ++i) *p++ = i < n ? mantissa[i] : '0';
         if (n > whole) {
-            out += '.';
-            out.append(mantissa + whole, static_cast<size_t>(n - whole));
+            *p++ = '.';
+            copy(mantissa + whole, n - whole);
         }
     }
+    out.append(text, p);
+}
+
+constexpr char DigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+constexpr uint64_t FivePowers[] = {1,           5,           25,          125,           625,
+                                   3125,        15625,       78125,       390625,        1953125,
+                                   9765625,     48828125,    244140625,   1220703125,    6103515625,
+                                   30517578125, 152587890625, 762939453125, 3814697265625, 19073486328125};
+
+// Appends the decimal digits of m (below 10^digits), trailing zeros dropped.
+void appendDigitsOf(std::string& out, uint64_t m, int exponent, int digits) {
+    char mantissa[20];
+    int i = digits;
+    for (; i >= 2; m /= 100) {
+        i -= 2;
+        std::memcpy(mantissa + i, DigitPairs + (m % 100) * 2, 2);
+    }
+    if (i) mantissa[0] = static_cast<char>('0' + m);
+    int n = digits;
+    while (n > 1 && mantissa[n - 1] == '0') --n;
+    appendLaidOut(out, mantissa, n, exponent, digits);
+}
+
+__extension__ typedef unsigned __int128 Wide;
+
+// The 15 significant digits of a Double between 1E-05 and 1E+15, without a
+// round trip through a scientific text. A Double is M x 2^E with M below
+// 2^53, so a x 10^k (k <= 19) is M x 5^k x 2^(E + k), whose M x 5^k fits
+// 128 bits: its whole part and the rest are exact, and rounding half to even
+// gives the digits the general rule gives. X values of spectra are nearly
+// all such values.
+bool appendDoubleDigits(std::string& out, double a) {
+    static constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1,    1e1,  1e2,  1e3,  1e4, 1e5,
+                                      1e6,  1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    constexpr uint64_t Lowest = 100'000'000'000'000;  // 10^14
+    if (!(a >= 1e-5 && a < 1e15)) return false;
+    const auto bits = std::bit_cast<uint64_t>(a);
+    const uint64_t significand = (bits & 0xFFFFFFFFFFFFFull) | 0x10000000000000ull;
+    const int binaryExponent = static_cast<int>((bits >> 52) & 0x7FF) - 1075;
+    // a lies from 2^p to 2^(p+1): its decimal exponent is p x log10(2) or one more.
+    const int p = binaryExponent + 52;
+    int exponent = std::max(-5, (p * 78913) >> 18);
+    while (a >= Tens[exponent + 6]) ++exponent;
+    // The digits for a decimal exponent; a power of ten that is not exactly
+    // a Double may have put the exponent one too high.
+    const auto digitsFor = [&](int e) {
+        const int k = DoubleDigits - 1 - e;
+        const Wide product = static_cast<Wide>(significand) * FivePowers[k];
+        const int twos = binaryExponent + k;
+        if (twos >= 0) return static_cast<uint64_t>(product << twos);
+        const Wide one = 1;
+        auto m = static_cast<uint64_t>(product >> -twos);
+        const Wide rest = product & ((one << -twos) - 1);
+        const Wide half = one << (-twos - 1);
+        if (rest > half || (rest == half && m % 2 != 0)) ++m;
+        return m;
+    };
+    uint64_t m = digitsFor(exponent);
+    if (m < Lowest) m = digitsFor(--exponent);
+    if (m >= 10 * Lowest) {
+        m = Lowest;
+        ++exponent;
+    }
+    appendDigitsOf(out, m, exponent, DoubleDigits);
+    return true;
 }
 
 // The 7 significant digits of a Single between 1E-05 and 1E+07, without a
@@ -51,8 +129,6 @@ void appendLaidOut(std::string& out, const char* mantissa, int n, int exponent, 
 // such values.
 bool appendSingleDigits(std::string& out, double a) {
     static constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
-    static constexpr uint64_t FivePowers[] = {1,       5,        25,        125,        625,        3125,
-                                              15625,   78125,    390625,    1953125,    9765625,    48828125};
     if (!(a >= 1e-5 && a < 1e7) || static_cast<double>(static_cast<float>(a)) != a) return false;
     int exponent = -5;
     while (a >= Tens[exponent + 6]) ++exponent;
@@ -73,11 +149,7 @@ bool appendSingleDigits(std::string& out, double a) {
         m = 1'000'000;
         ++exponent;
     }
-    char mantissa[SingleDigits];
-    for (int i = SingleDigits - 1; i >= 0; --i, m /= 10) mantissa[i] = static_cast<char>('0' + m % 10);
-    int n = SingleDigits;
-    while (n > 1 && mantissa[n - 1] == '0') --n;
-    appendLaidOut(out, mantissa, n, exponent, SingleDigits);
+    appendDigitsOf(out, m, exponent, SingleDigits);
     return true;
 }
 
@@ -104,6 +176,7 @@ void appendMagnitude(std::string& out, double v, int digits) {
         return;
     }
     if (digits == SingleDigits && appendSingleDigits(out, a)) return;
+    if (digits == DoubleDigits && appendDoubleDigits(out, a)) return;
     char buf[48];
     auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, digits - 1);
     // buf holds d[.ddd]e[+-]xx
@@ -193,10 +266,6 @@ void appendPlainText(std::string& out, int64_t v) {
 }
 
 char* writePrintItem(char* p, int64_t v) {
-    static constexpr char Pairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
     *p++ = v < 0 ? '-' : ' ';
     uint64_t u = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
     // The digits are written in place from the last one back, two at a time:
@@ -226,12 +295,12 @@ char* writePrintItem(char* p, int64_t v) {
     char* d = end;
     while (u >= 100) {
         d -= 2;
-        std::memcpy(d, Pairs + (u % 100) * 2, 2);
+        std::memcpy(d, DigitPairs + (u % 100) * 2, 2);
         u /= 100;
     }
     if (u >= 10) {
         d -= 2;
-        std::memcpy(d, Pairs + u * 2, 2);
+        std::memcpy(d, DigitPairs + u * 2, 2);
     } else {
         *--d = static_cast<char>('0' + u);
     }

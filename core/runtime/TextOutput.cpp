@@ -54,11 +54,10 @@ TextWriter& TextWriter::item(int64_t v) {
 int64_t TextWriter::column() const {
     // Only the part of the buffer not yet searched can hold a newer line end.
     const char* base = buffer_.data();
-    for (size_t i = buffer_.size(); i > scanned_; --i)
-        if (base[i - 1] == '\n') {
-            lineStart_ = flushed_ + static_cast<int64_t>(i);
-            break;
-        }
+    if (buffer_.size() > scanned_) {
+        const void* last = memrchr(base + scanned_, '\n', buffer_.size() - scanned_);
+        if (last) lineStart_ = flushed_ + (static_cast<const char*>(last) - base) + 1;
+    }
     scanned_ = buffer_.size();
     return flushed_ + static_cast<int64_t>(buffer_.size()) - lineStart_ + 1;
 }
