@@ -37,6 +37,8 @@ echo "The S-100 and the 35/40 .mca dumps, each with its own format choice:"
 (cd "$out" && "$convert" --format "Canberra 35/40 *.mca" canberra3540.mca)
 echo "The diffraction scans (one .odf per RAW range; the RD scan also gives its header listing):"
 (cd "$out" && "$convert" brukeraxs.raw panalytical.rd)
+echo "The infrared and UV spectra (each also gives its .hdr listing):"
+(cd "$out" && "$convert" thermo.spa galactic.spc spectrum.gaml)
 echo "Written:"
 for f in $(ls "$out"); do
   grep -qx "$f" <<<"$before" || printf '  %s (%s bytes)\n' "$out/$f" "$(stat -c %s "$out/$f")"

@@ -204,8 +204,7 @@ measure() {
     timed "$dir" "$conv" "${names[@]}"
     tail -n 1 "$work/.stdout" | grep -qx "Finished $count files" || { echo "analytical.sh: the $name run did not finish" >&2; exit 2; }
     [ "$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)" -eq "$count" ] || { echo "analytical.sh: not every $name input gave its .odf" >&2; exit 2; }
-    local first
-    first=$(find "$dir" -maxdepth 1 -name '*.odf' | sort | head -n 1)
+    local first=$dir/${names[0]%.*}.odf
     [ "$(wc -l <"$first")" -eq "$lines" ] || { echo "analytical.sh: $first does not hold $lines lines" >&2; exit 2; }
     if [ -z "$best_conv" ] || [ "$run_us" -lt "$best_conv" ]; then best_conv=$run_us; best_cpu=$cpu_s; fi
     [ "$run_kb" -gt "$peak_kb" ] && peak_kb=$run_kb

@@ -308,13 +308,14 @@ void writeSpa(const std::string& dir, const std::vector<int64_t>& c) {
     writeBytes(dir + "/thermo.spa", b);
 }
 
-// Galactic SPC, Y only: 32-bit integers scaled by 2^16 / 2^32, dated 21 Nov 2026 09:30.
+// Galactic SPC, Y only (in thousandths): 32-bit integers scaled by 2^16 / 2^32,
+// dated 21 Nov 2026 09:30.
 void writeSpc(const std::string& dir, const std::vector<int64_t>& c) {
     constexpr int32_t Date = 30 | 9 << 6 | 21 << 11 | 11 << 16 | 2026 << 20;
     BinaryBuilder b;
     b.u8(0).u8(0x4B).u8(0).u8(16).i32(static_cast<int32_t>(c.size()));
     b.f64(wavenumber(0)).f64(wavenumber(c.size() - 1)).i32(1).padTo(32).i32(Date).padTo(544);
-    for (int64_t v : c) b.i32(static_cast<int32_t>(v * 65536 / 1000));
+    for (int64_t v : c) b.i32(static_cast<int32_t>(v * 65536));
     writeBytes(dir + "/galactic.spc", b);
 }
 

@@ -41,6 +41,11 @@ char* writePrintItem(char* out, int64_t v);
 // Channel data and event values are nearly all such texts, and need no
 // conversion at all.
 char* writePrintItemOfPlainText(char* out, std::string_view text);
+// The plain text of a Single (7 digits) or a Double (15 digits) written at
+// `out`, which has room for 49 characters (the text itself takes at most 25);
+// returns the end. For lines built in place.
+char* writePlainText(char* out, float v);
+char* writePlainText(char* out, double v);
 // The print items of 0, 1, 2, ... in turn, counted in text: the channel
 // numbers of a two-column file, without a conversion per line.
 class CountingPrintItems {

@@ -3,6 +3,7 @@
 // introduce the data and the decoded lengths, and a two-column ".odf".
 #include "readers/analytical/GamlReader.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
@@ -25,31 +26,42 @@ namespace {
 // ---- base64 ----
 
 constexpr std::string_view Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr int8_t Refused = -1;
-constexpr int8_t Dropped = -2;  // line ends
-constexpr int8_t Pad = 64;      // "=", worth 0 inside a group
 
-constexpr std::array<int8_t, 256> characterClasses() {
-    std::array<int8_t, 256> classes{};
-    classes.fill(Refused);
-    for (size_t i = 0; i < Alphabet.size(); ++i) classes[static_cast<uint8_t>(Alphabet[i])] = static_cast<int8_t>(i);
-    classes['='] = Pad;
-    classes['\r'] = Dropped;
-    classes['\n'] = Dropped;
-    return classes;
-}
-constexpr std::array<int8_t, 256> Classes = characterClasses();
+// What the cleaning pass does with a character.
+enum Kind : uint8_t { Kept = 0, Dropped = 1, Refused = 2 };
 
-int valueOf(char c) {
-    const int8_t v = Classes[static_cast<uint8_t>(c)];
-    return v == Pad ? 0 : v;
+struct Base64Tables {
+    std::array<uint8_t, 256> kinds{};
+    std::array<uint8_t, 256> values{};  // "=" is worth 0 inside a group
+};
+
+constexpr Base64Tables makeTables() {
+    Base64Tables t;
+    t.kinds.fill(Refused);
+    for (size_t i = 0; i < Alphabet.size(); ++i) {
+        t.kinds[static_cast<uint8_t>(Alphabet[i])] = Kept;
+        t.values[static_cast<uint8_t>(Alphabet[i])] = static_cast<uint8_t>(i);
+    }
+    t.kinds['='] = Kept;
+    t.kinds['\r'] = Dropped;
+    t.kinds['\n'] = Dropped;
+    return t;
 }
+constexpr Base64Tables Tables = makeTables();
 
 // The 24 bits of up to four characters, missing ones worth 0.
 uint32_t groupBits(std::string_view group) {
     uint32_t bits = 0;
-    for (size_t k = 0; k < 4; ++k) bits = bits << 6 | static_cast<uint32_t>(k < group.size() ? valueOf(group[k]) : 0);
+    for (size_t k = 0; k < 4; ++k)
+        bits = bits << 6 | (k < group.size() ? Tables.values[static_cast<uint8_t>(group[k])] : 0u);
     return bits;
+}
+
+// What every character of the text does, together.
+uint8_t kindsIn(std::string_view text) {
+    uint8_t kinds = 0;
+    for (char c : text) kinds |= Tables.kinds[static_cast<uint8_t>(c)];
+    return kinds;
 }
 
 // ---- the GAML text ----
@@ -107,9 +119,17 @@ std::string readYText(TextReader& in, TextWriter& header, std::string_view value
     const size_t lt = rest.find('<');
     if (lt != std::string_view::npos) return std::string(rest.substr(0, lt));
     std::string text(rest);
-    const std::string_view after = in.bytes().substr(static_cast<size_t>(in.position() - 1));
-    for (char c : after.substr(0, after.find('<')))
-        if (c != '\r' && c != '\n') text += c;
+    std::string_view after = in.bytes().substr(static_cast<size_t>(in.position() - 1));
+    after = after.substr(0, after.find('<'));
+    text.reserve(text.size() + after.size());
+    while (!after.empty()) {
+        const size_t lf = std::min(after.find('\n'), after.size());
+        std::string_view line = after.substr(0, lf);
+        for (size_t cr; (cr = line.find('\r')) != std::string_view::npos; line.remove_prefix(cr + 1))
+            text.append(line.substr(0, cr));
+        text.append(line);
+        after.remove_prefix(std::min(lf + 1, after.size()));
+    }
     return text;
 }
 
@@ -124,6 +144,34 @@ float singleAt(const std::string& bytes, size_t i) {
     float v;
     std::memcpy(&v, bytes.data() + 4 * i, sizeof v);
     return v;
+}
+
+// The written-list lines of X and Y, built in a local block and handed to
+// the writer a block at a time. A Y value without its X is out of range.
+void writePoints(TextWriter& out, const std::string& xs, const std::string& ys) {
+    constexpr size_t BlockSize = 1 << 16;
+    constexpr size_t LongestLine = 25 + 1 + 49 + 2;  // room for the writes, not only the text
+    char block[BlockSize];
+    char* end = block;
+    const auto handOver = [&] {
+        out.buffer().append(block, end);
+        end = block;
+        out.flushIfFull();
+    };
+    const size_t xPoints = xs.size() / 4, yPoints = ys.size() / 4;
+    for (size_t i = 0; i < yPoints; ++i) {
+        if (i >= xPoints) {
+            handOver();
+            raise(err::SubscriptOutOfRange);
+        }
+        if (end > block + BlockSize - LongestLine) handOver();
+        end = writePlainText(end, singleAt(xs, i));
+        *end++ = ',';
+        end = writePlainText(end, singleAt(ys, i));
+        *end++ = '\r';
+        *end++ = '\n';
+    }
+    handOver();
 }
 
 // A refusal: the message, both files closed, the converted copy deleted.
@@ -174,18 +222,14 @@ void handToPlot(Session& form, const std::string& xs, const std::string& ys, siz
 
 void Decode(Session& form, std::string_view base64, std::string& decoded) {
     decoded.clear();
-    bool lineEnds = false;
-    for (char c : base64) {
-        const int8_t v = Classes[static_cast<uint8_t>(c)];
-        if (v == Refused) {
-            form.host().messageBox("Not a legal or RFC 2045 compliant base64 string: conversion aborted!",
-                                   BoxIcon::None, BoxButtons::Ok);
-            return;
-        }
-        lineEnds |= v == Dropped;
+    const uint8_t kinds = kindsIn(base64);
+    if (kinds & Refused) {
+        form.host().messageBox("Not a legal or RFC 2045 compliant base64 string: conversion aborted!", BoxIcon::None,
+                               BoxButtons::Ok);
+        return;
     }
     std::string cleanedText;
-    if (lineEnds) {
+    if (kinds & Dropped) {
         cleanedText.reserve(base64.size());
         for (char c : base64)
             if (c != '\r' && c != '\n') cleanedText += c;
@@ -200,11 +244,13 @@ void Decode(Session& form, std::string_view base64, std::string& decoded) {
     }
     decoded.resize(base64.size() / 4 * 3);
     char* out = decoded.data();
-    for (size_t i = 0; i + 4 <= base64.size(); i += 4) {
-        const uint32_t bits = groupBits(base64.substr(i, 4));
-        *out++ = static_cast<char>(bits >> 16);
-        *out++ = static_cast<char>(bits >> 8);
-        *out++ = static_cast<char>(bits);
+    const auto* in = reinterpret_cast<const uint8_t*>(base64.data());
+    for (size_t i = 0; i + 4 <= base64.size(); i += 4, out += 3) {
+        const uint32_t bits = uint32_t{Tables.values[in[i]]} << 18 | uint32_t{Tables.values[in[i + 1]]} << 12 |
+                              uint32_t{Tables.values[in[i + 2]]} << 6 | Tables.values[in[i + 3]];
+        out[0] = static_cast<char>(bits >> 16);
+        out[1] = static_cast<char>(bits >> 8);
+        out[2] = static_cast<char>(bits);
     }
     if (!padded.empty()) {
         const uint32_t bits = groupBits(padded);
@@ -256,19 +302,9 @@ void ConvFileGAML(Session& form, std::string& fileName) {
     form.files.close(HeaderFile);
     if (ys.empty()) return;
 
-    const size_t xPoints = xs.size() / 4, yPoints = ys.size() / 4;
+    const size_t yPoints = ys.size() / 4;
     const std::string dataName = stem + ".odf";
-    TextWriter& out = form.files.openOutput(DataFile, dataName);
-    std::string& text = out.buffer();
-    for (size_t i = 0; i < yPoints; ++i) {
-        if (i >= xPoints) raise(err::SubscriptOutOfRange);
-        // The written-list line: X, the list delimiter, Y.
-        appendPlainText(text, singleAt(xs, i));
-        text += ',';
-        appendPlainText(text, singleAt(ys, i));
-        out.endLine();
-        out.flushIfFull();
-    }
+    writePoints(form.files.openOutput(DataFile, dataName), xs, ys);
     form.files.close(DataFile);
     if (form.boxes.DsGr) handToPlot(form, xs, ys, yPoints, dataName);
 }
