@@ -73,15 +73,26 @@ constexpr uint64_t FivePowers[] = {1,           5,           25,          125,  
                                    9765625,     48828125,    244140625,   1220703125,    6103515625,
                                    30517578125, 152587890625, 762939453125, 3814697265625, 19073486328125};
 
+// The `count` last decimal digits of m, ending at `end`.
+void writeLastDigits(char* end, uint32_t m, int count) {
+    for (; count >= 2; count -= 2, m /= 100) {
+        end -= 2;
+        std::memcpy(end, DigitPairs + (m % 100) * 2, 2);
+    }
+    if (count) end[-1] = static_cast<char>('0' + m % 10);
+}
+
 // Writes the decimal digits of m (below 10^digits), trailing zeros dropped, laid out.
 char* writeDigitsOf(char* p, uint64_t m, int exponent, int digits) {
     char mantissa[MantissaRoom];
-    int i = digits;
-    for (; i >= 2; m /= 100) {
-        i -= 2;
-        std::memcpy(mantissa + i, DigitPairs + (m % 100) * 2, 2);
+    // Eight digits at a time, in 32 bits.
+    constexpr uint64_t EightDigits = 100'000'000;
+    if (digits > 8) {
+        writeLastDigits(mantissa + digits, static_cast<uint32_t>(m % EightDigits), 8);
+        writeLastDigits(mantissa + digits - 8, static_cast<uint32_t>(m / EightDigits), digits - 8);
+    } else {
+        writeLastDigits(mantissa + digits, static_cast<uint32_t>(m), digits);
     }
-    if (i) mantissa[0] = static_cast<char>('0' + m);
     int n = digits;
     while (n > 1 && mantissa[n - 1] == '0') --n;
     return layOut(p, mantissa, n, exponent, digits);
@@ -272,6 +283,11 @@ char* writePlainText(char* out, float v) {
 char* writePlainText(char* out, double v) {
     if (v < 0) *out++ = '-';
     return writeMagnitude(out, v, DoubleDigits);
+}
+
+char* writeSignedText(char* out, float v) {
+    *out++ = v < 0 ? '-' : ' ';
+    return writeMagnitude(out, v, SingleDigits);
 }
 
 void appendPlainText(std::string& out, int64_t v) {

@@ -118,4 +118,22 @@ void TextWriter::close() {
     file_.close();
 }
 
+void LineBlock::handOver() {
+    out_.buffer().append(block_, end_);
+    end_ = block_;
+    out_.flushIfFull();
+}
+
+char* tabInLine(const char* lineStart, char* end, int64_t n) {
+    if (n < 1) n = 1;
+    int64_t column = end - lineStart + 1;
+    if (column > n) {
+        *end++ = '\r';
+        *end++ = '\n';
+        column = 1;
+    }
+    std::memset(end, ' ', static_cast<size_t>(n - column));
+    return end + (n - column);
+}
+
 }  // namespace kestro

@@ -146,32 +146,24 @@ float singleAt(const std::string& bytes, size_t i) {
     return v;
 }
 
-// The written-list lines of X and Y, built in a local block and handed to
-// the writer a block at a time. A Y value without its X is out of range.
+// The written-list lines of X and Y. A Y value without its X is out of range.
 void writePoints(TextWriter& out, const std::string& xs, const std::string& ys) {
-    constexpr size_t BlockSize = 1 << 16;
-    constexpr size_t LongestLine = 25 + 1 + 49 + 2;  // room for the writes, not only the text
-    char block[BlockSize];
-    char* end = block;
-    const auto handOver = [&] {
-        out.buffer().append(block, end);
-        end = block;
-        out.flushIfFull();
-    };
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    LineBlock lines(out);
     const size_t xPoints = xs.size() / 4, yPoints = ys.size() / 4;
     for (size_t i = 0; i < yPoints; ++i) {
         if (i >= xPoints) {
-            handOver();
+            lines.handOver();
             raise(err::SubscriptOutOfRange);
         }
-        if (end > block + BlockSize - LongestLine) handOver();
-        end = writePlainText(end, singleAt(xs, i));
+        char* end = writePlainText(lines.lineStart(LongestLine), singleAt(xs, i));
         *end++ = ',';
         end = writePlainText(end, singleAt(ys, i));
         *end++ = '\r';
         *end++ = '\n';
+        lines.lineEnd(end);
     }
-    handOver();
+    lines.handOver();
 }
 
 // A refusal: the message, both files closed, the converted copy deleted.

@@ -86,17 +86,20 @@ SpaHeader writeHeaderLines(TextWriter& header, const BinaryReader& in) {
 
 // The written-list line of one point: X, the list delimiter, Y at column 20.
 void writePoints(TextWriter& out, const char* ys, const SpaHeader& h) {
-    std::string& text = out.buffer();
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    LineBlock lines(out);
     for (int64_t i = 0; i < h.points; ++i) {
         float y;
         std::memcpy(&y, ys + 4 * i, sizeof y);
-        appendPlainText(text, h.firstX + static_cast<double>(i) * h.step);
-        text += ',';
-        out.tab(DataColumn);
-        appendPlainText(text, y);
-        out.endLine();
-        out.flushIfFull();
+        char* line = lines.lineStart(LongestLine);
+        char* end = writePlainText(line, h.firstX + static_cast<double>(i) * h.step);
+        *end++ = ',';
+        end = writePlainText(tabInLine(line, end, DataColumn), y);
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
     }
+    lines.handOver();
 }
 
 }  // namespace

@@ -155,14 +155,17 @@ std::vector<float> readY(const BinaryReader& in, const SpcHeader& h, bool xArray
 
 // X and Y by the signed-text rule, Y at column 20.
 void writePoints(TextWriter& out, const std::vector<float>& y, const EvenX& evenX, const char* xArray) {
-    std::string& text = out.buffer();
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    LineBlock lines(out);
     for (size_t i = 0; i < y.size(); ++i) {
-        appendSignedText(text, xArray ? singleAt(xArray, static_cast<int64_t>(i)) : evenX.at(static_cast<int64_t>(i)));
-        out.tab(DataColumn);
-        appendSignedText(text, y[i]);
-        out.endLine();
-        out.flushIfFull();
+        const float x = xArray ? singleAt(xArray, static_cast<int64_t>(i)) : evenX.at(static_cast<int64_t>(i));
+        char* line = lines.lineStart(LongestLine);
+        char* end = writeSignedText(tabInLine(line, writeSignedText(line, x), DataColumn), y[i]);
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
     }
+    lines.handOver();
 }
 
 }  // namespace
