@@ -16,7 +16,8 @@
 #   -r         runs per timing; the best one counts (default 1)
 #
 # Each input is timed against the I/O floor taken in the same run (reading
-# every input and writing files of the outputs' sizes, page cache warm). The
+# every input and writing files of the outputs' sizes, page cache warm, no
+# dirty pages left from the timing before). The
 # SPC batch is also converted by spc-parser (npm, installed into WORKDIR/node)
 # in one Node process that reads every file and writes X,Y text. Targets:
 # conversion at most 3 x the floor for the batches and 4 x for the GAML file;
@@ -201,6 +202,7 @@ measure() {
   for ((r = 1; r <= runs; r++)); do
     echo "  $name: run $r of $runs" >&2
     find "$dir" -maxdepth 1 -type f ! -name "*.$ext" -delete
+    sync  # each timing starts with no dirty pages from the one before
     timed "$dir" "$conv" "${names[@]}"
     tail -n 1 "$work/.stdout" | grep -qx "Finished $count files" || { echo "analytical.sh: the $name run did not finish" >&2; exit 2; }
     [ "$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)" -eq "$count" ] || { echo "analytical.sh: not every $name input gave its .odf" >&2; exit 2; }
@@ -209,11 +211,13 @@ measure() {
     if [ -z "$best_conv" ] || [ "$run_us" -lt "$best_conv" ]; then best_conv=$run_us; best_cpu=$cpu_s; fi
     [ "$run_kb" -gt "$peak_kb" ] && peak_kb=$run_kb
     find "$dir" -maxdepth 1 -type f ! -name "*.$ext" -printf '%s\n' >"$size_list"
+    sync
     floor_io "$in_list" "$size_list" "$work/floor"
     [ -z "$best_floor" ] || [ "$floor_us" -lt "$best_floor" ] && best_floor=$floor_us
     if [ "$ext" = spc ]; then
       rm -rf "$work/parser-out"
       mkdir -p "$work/parser-out"
+      sync
       timed "$dir" node "$node_dir/convert.js" "$dir" "$work/parser-out"
       [ "$(find "$work/parser-out" -name '*.txt' | wc -l)" -eq "$count" ] || { echo "analytical.sh: spc-parser did not write $count files" >&2; exit 2; }
       if [ -z "$best_parser" ] || [ "$run_us" -lt "$best_parser" ]; then best_parser=$run_us; parser_cpu=$cpu_s; fi
