@@ -249,6 +249,11 @@ TEST_F(GamlTest, DecodeAsDescribed) {
     EXPECT_EQ(decoded("QUJDRA=="), "ABCD");
     EXPECT_EQ(decoded("QUJDREU="), "ABCDE");
     EXPECT_EQ(decoded("QU\r\nJD\nRA\r=="), "ABCD");
+    // Line ends anywhere, the padded group found in the cleaned text.
+    EXPECT_EQ(decoded("QUJDRA==\r\n"), "ABCD");
+    EXPECT_EQ(decoded("QUJDR\r\nA=="), "ABCD");
+    EXPECT_EQ(decoded("QUJDREVG\nR0g="), "ABCDEFGH");
+    EXPECT_EQ(decoded("\r\nQQ=="), "A");
     // Characters short of a group are left; an "=" inside the text is worth 0.
     EXPECT_EQ(decoded("QUJDRA"), "ABC");
     EXPECT_EQ(decoded("QU=D"), std::string("A\x40\x03", 3));

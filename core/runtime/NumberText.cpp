@@ -275,18 +275,23 @@ std::string signedText(const Value& v) {
 void appendPlainText(std::string& out, double v) { appendNumber(out, v, DoubleDigits); }
 void appendPlainText(std::string& out, float v) { appendNumber(out, v, SingleDigits); }
 
+// The fast paths come first here: for the values they take, whole numbers
+// included, they give the very digits of the general rule.
 char* writePlainText(char* out, float v) {
     if (v < 0) *out++ = '-';
+    if (char* end = writeSingleDigits(out, std::fabs(v))) return end;
     return writeMagnitude(out, v, SingleDigits);
 }
 
 char* writePlainText(char* out, double v) {
     if (v < 0) *out++ = '-';
+    if (char* end = writeDoubleDigits(out, std::fabs(v))) return end;
     return writeMagnitude(out, v, DoubleDigits);
 }
 
 char* writeSignedText(char* out, float v) {
     *out++ = v < 0 ? '-' : ' ';
+    if (char* end = writeSingleDigits(out, std::fabs(v))) return end;
     return writeMagnitude(out, v, SingleDigits);
 }
 

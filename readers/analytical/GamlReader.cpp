@@ -57,6 +57,24 @@ uint32_t groupBits(std::string_view group) {
     return bits;
 }
 
+void writeGroup(char* out, uint32_t bits) {
+    out[0] = static_cast<char>(bits >> 16);
+    out[1] = static_cast<char>(bits >> 8);
+    out[2] = static_cast<char>(bits);
+}
+
+// Where the quick pass of Decode stops at the latest: at the first of the
+// last four characters that cleaning keeps, when the last of them is "=".
+size_t quickPassLimit(std::string_view text) {
+    size_t at = text.size(), kept = 0;
+    while (at > 0 && kept < 4) {
+        --at;
+        if (Tables.kinds[static_cast<uint8_t>(text[at])] == Dropped) continue;
+        if (kept++ == 0 && text[at] != '=') return text.size();
+    }
+    return kept == 0 ? text.size() : at;
+}
+
 // What every character of the text does, together.
 uint8_t kindsIn(std::string_view text) {
     uint8_t kinds = 0;
@@ -213,37 +231,43 @@ void handToPlot(Session& form, const std::string& xs, const std::string& ys, siz
 }  // namespace
 
 void Decode(Session& form, std::string_view base64, std::string& decoded) {
-    decoded.clear();
-    const uint8_t kinds = kindsIn(base64);
-    if (kinds & Refused) {
+    // Full groups of four characters of the alphabet (or "=") are decoded
+    // in a quick first pass, up to the first group with a line end or a
+    // refused character, and never into the padded last group.
+    const size_t limit = quickPassLimit(base64);
+    decoded.resize(limit / 4 * 3);
+    const auto* in = reinterpret_cast<const uint8_t*>(base64.data());
+    size_t i = 0;
+    for (; i + 4 <= limit; i += 4) {
+        if (Tables.kinds[in[i]] | Tables.kinds[in[i + 1]] | Tables.kinds[in[i + 2]] | Tables.kinds[in[i + 3]]) break;
+        const uint32_t bits = uint32_t{Tables.values[in[i]]} << 18 | uint32_t{Tables.values[in[i + 1]]} << 12 |
+                              uint32_t{Tables.values[in[i + 2]]} << 6 | Tables.values[in[i + 3]];
+        writeGroup(decoded.data() + i / 4 * 3, bits);
+    }
+    decoded.resize(i / 4 * 3);
+
+    // The rest, cleaned of its line ends.
+    const std::string_view tail = base64.substr(i);
+    if (kindsIn(tail) & Refused) {
+        decoded.clear();
         form.host().messageBox("Not a legal or RFC 2045 compliant base64 string: conversion aborted!", BoxIcon::None,
                                BoxButtons::Ok);
         return;
     }
-    std::string cleanedText;
-    if (kinds & Dropped) {
-        cleanedText.reserve(base64.size());
-        for (char c : base64)
-            if (c != '\r' && c != '\n') cleanedText += c;
-        base64 = cleanedText;
+    std::string cleaned;
+    for (char c : tail)
+        if (c != '\r' && c != '\n') cleaned += c;
+    std::string_view rest = cleaned, padded;
+    if (!rest.empty() && rest.back() == '=') {
+        const size_t last = std::min<size_t>(4, rest.size());
+        padded = rest.substr(rest.size() - last);
+        rest.remove_suffix(last);
     }
-    // A padded last group is decoded on its own, at the end.
-    std::string_view padded;
-    if (!base64.empty() && base64.back() == '=') {
-        const size_t tail = std::min<size_t>(4, base64.size());
-        padded = base64.substr(base64.size() - tail);
-        base64.remove_suffix(tail);
+    for (size_t k = 0; k + 4 <= rest.size(); k += 4) {
+        decoded.resize(decoded.size() + 3);
+        writeGroup(decoded.data() + decoded.size() - 3, groupBits(rest.substr(k, 4)));
     }
-    decoded.resize(base64.size() / 4 * 3);
-    char* out = decoded.data();
-    const auto* in = reinterpret_cast<const uint8_t*>(base64.data());
-    for (size_t i = 0; i + 4 <= base64.size(); i += 4, out += 3) {
-        const uint32_t bits = uint32_t{Tables.values[in[i]]} << 18 | uint32_t{Tables.values[in[i + 1]]} << 12 |
-                              uint32_t{Tables.values[in[i + 2]]} << 6 | Tables.values[in[i + 3]];
-        out[0] = static_cast<char>(bits >> 16);
-        out[1] = static_cast<char>(bits >> 8);
-        out[2] = static_cast<char>(bits);
-    }
+    // A group ending in "==" gives one byte, one ending in a single "=" two.
     if (!padded.empty()) {
         const uint32_t bits = groupBits(padded);
         decoded += static_cast<char>(bits >> 16);
