@@ -67,7 +67,8 @@ struct SpaHeader {
     double step;
 };
 
-SpaHeader writeHeaderLines(TextWriter& header, const BinaryReader& in) {
+// Reads the fixed fields and lists them in the header file.
+SpaHeader listFixedFields(TextWriter& header, const BinaryReader& in) {
     const int32_t points = in.i32(PointsAt);
     const float firstX = in.f32(FirstXAt);
     const float lastX = in.f32(LastXAt);
@@ -109,7 +110,7 @@ void ConvFileSPA(Session& form, std::string& fileName) {
     const std::string stem = dropLast(fileName, 4);
     TextWriter& out = form.files.openOutput(DataFile, stem + ".odf");
     TextWriter& header = form.files.openOutput(HeaderFile, stem + ".hdr");
-    const SpaHeader h = writeHeaderLines(header, in);
+    const SpaHeader h = listFixedFields(header, in);
 
     int64_t found = findSignature(in.bytes(), LongSignature);
     int64_t dataStart = found + static_cast<int64_t>(LongSignature.size());
