@@ -44,6 +44,8 @@ echo "The JCAMP-DX spectra (AFFN and ASDF; each gives an .odf and a .hdrx), the 
 (cd "$out" && "$convert" jcamp-affn.jdx jcamp-asdf.jdx)
 (cd "$out" && "$convert" --format "Shimadzu *.pho" shimadzu.pho)
 (cd "$out" && "$convert" --format "Old TA Instr TGA/DSC" tainstruments.001)
+echo "The infrared and UV spectra (each also gives its .hdr listing):"
+(cd "$out" && "$convert" thermo.spa galactic.spc spectrum.gaml)
 echo "Written:"
 for f in $(ls "$out"); do
   grep -qx "$f" <<<"$before" || printf '  %s (%s bytes)\n' "$out/$f" "$(stat -c %s "$out/$f")"

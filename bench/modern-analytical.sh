@@ -144,7 +144,7 @@ for ext in gaml spa spc; do
   fi
   row=$(awk -v e="$ext" -v f="$files" -v p="$points" -v m="$modern" -v c="$classic" 'BEGIN {
     r = c / m
-    printf "%-6s %6d %8d %10.3f %10.3f %7.2f %s", e, f, p, m, c, r, r >= 1 ? "PASS" : "FAIL"
+    printf "%-6s %6d %8d %10.3f %10.3f %7.2f %s", e, f, p, m, c, r, (r >= 1 ? "PASS" : "FAIL")
   }')
   rows+=("$row")
   [[ $row == *FAIL ]] && failed=1

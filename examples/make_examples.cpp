@@ -421,6 +421,74 @@ void writeTa(const std::string& dir, const std::vector<int64_t>& c) {
     writeBytes(dir + "/tainstruments.001", b);
 }
 
+// ---- infrared and UV spectra: the counts as absorbance (thousandths) over
+// wavenumbers from 4000 down by 50 ----
+
+constexpr float FirstWavenumber = 4000;
+constexpr float WavenumberStep = -50;
+
+float wavenumber(size_t i) { return FirstWavenumber + WavenumberStep * static_cast<float>(i); }
+
+// Thermo SPA: the fixed fields, then CR LF CR LF and three zeros before the data.
+void writeSpa(const std::string& dir, const std::vector<int64_t>& c) {
+    constexpr size_t DataAt = 1024;
+    BinaryBuilder b;
+    b.text("Spectral Data File").at(386, static_cast<int32_t>(DataAt)).at(564, static_cast<int32_t>(c.size()));
+    b.at(576, wavenumber(0)).at(580, wavenumber(c.size() - 1)).at(584, 0.002f).at(588, static_cast<int32_t>(c.size()));
+    b.padTo(DataAt - 7).text(std::string("\r\n\r\n\0\0\0", 7));
+    for (int64_t v : c) b.f32(static_cast<float>(v) / 1000);
+    writeBytes(dir + "/thermo.spa", b);
+}
+
+// Galactic SPC, Y only (in thousandths): 32-bit integers scaled by 2^16 / 2^32,
+// dated 21 Nov 2026 09:30.
+void writeSpc(const std::string& dir, const std::vector<int64_t>& c) {
+    constexpr int32_t Date = 30 | 9 << 6 | 21 << 11 | 11 << 16 | 2026 << 20;
+    BinaryBuilder b;
+    b.u8(0).u8(0x4B).u8(0).u8(16).i32(static_cast<int32_t>(c.size()));
+    b.f64(wavenumber(0)).f64(wavenumber(c.size() - 1)).i32(1).padTo(32).i32(Date).padTo(544);
+    for (int64_t v : c) b.i32(static_cast<int32_t>(v * 65536));
+    writeBytes(dir + "/galactic.spc", b);
+}
+
+// Base64 of little-endian Singles, 76 characters a line.
+std::string base64Lines(const std::vector<float>& values) {
+    static constexpr char Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    BinaryBuilder b;
+    for (float v : values) b.f32(v);
+    const std::string& bytes = b.bytes();
+    std::string text;
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        uint32_t bits = 0;
+        for (size_t k = 0; k < 3; ++k) bits = bits << 8 | (i + k < bytes.size() ? static_cast<uint8_t>(bytes[i + k]) : 0u);
+        for (size_t k = 0; k < 4; ++k) text += k <= bytes.size() - i ? Alphabet[bits >> (18 - 6 * k) & 63] : '=';
+    }
+    std::string lines;
+    for (size_t i = 0; i < text.size(); i += 76) lines += text.substr(i, 76) + "\r\n";
+    return lines;
+}
+
+// GAML: one trace, its X and Y arrays with their tags at the line starts.
+void writeGaml(const std::string& dir, const std::vector<int64_t>& c) {
+    std::vector<float> xs, ys;
+    for (size_t i = 0; i < c.size(); ++i) {
+        xs.push_back(wavenumber(i));
+        ys.push_back(static_cast<float>(c[i]) / 1000);
+    }
+    const std::string n = plainText(static_cast<int64_t>(c.size()));
+    TextWriter out(dir + "/spectrum.gaml");
+    out.text("<?xml version=\"1.0\" encoding=\"UTF-8\"?>").endLine();
+    out.text("<GAML version=\"1.20\" name=\"Kestro example\">").endLine();
+    out.text("<experiment name=\"example\">").endLine().text("<trace name=\"absorbance\" technique=\"IR\">").endLine();
+    out.text("<Xdata label=\"Wavenumbers (cm-1)\" units=\"WAVENUMBER\">").endLine();
+    out.text("<values byteorder=\"INTEL\" format=\"FLOAT32\" numvalues=\"" + n + "\">").text(base64Lines(xs));
+    out.text("</values>").endLine().text("<Ydata label=\"Absorbance\" units=\"ABSORBANCE\">").endLine();
+    out.text("<values byteorder=\"INTEL\" format=\"FLOAT32\" numvalues=\"" + n + "\">").text(base64Lines(ys));
+    out.text("</values>").endLine().text("</Ydata>").endLine().text("</Xdata>").endLine();
+    out.text("</trace>").endLine().text("</experiment>").endLine().text("</GAML>").endLine();
+    out.close();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -455,5 +523,8 @@ int main(int argc, char** argv) {
     writeJcampAsdf(dir, c);
     writePho(dir, c);
     writeTa(dir, c);
+    writeSpa(dir, c);
+    writeSpc(dir, c);
+    writeGaml(dir, c);
     return 0;
 }

@@ -170,22 +170,44 @@ TEST(NumberTextTest, SingleDigitsAgreeWithTheScientificDigits) {
 }
 
 TEST(NumberTextTest, DoubleDigitsAgreeWithTheScientificDigits) {
-    // Any double, and any short decimal scaled as readers scale values read
-    // from text, reads back as its 15-digit scientific text does.
-    std::mt19937_64 rng(11);
-    std::uniform_real_distribution<double> exponent(-7, 16);
-    std::uniform_int_distribution<int> whole(-99999, 99999);
-    const double factors[] = {1, 0.1, 0.0001, 4.5930663e-05, 0.24105835, 3};
-    for (int i = 0; i < 200000; ++i) {
-        const double v = i % 2 ? std::pow(10.0, exponent(rng)) : whole(rng) * factors[i / 2 % 6] + (i % 4 == 2);
-        char scientific[40];
-        std::snprintf(scientific, sizeof scientific, "%.14e", v);
-        ASSERT_EQ(std::stod(plainText(v)), std::stod(scientific)) << scientific;
+    {
+        // Any double, and any short decimal scaled as readers scale values read
+        // from text, reads back as its 15-digit scientific text does.
+        std::mt19937_64 rng(11);
+        std::uniform_real_distribution<double> exponent(-7, 16);
+        std::uniform_int_distribution<int> whole(-99999, 99999);
+        const double factors[] = {1, 0.1, 0.0001, 4.5930663e-05, 0.24105835, 3};
+        for (int i = 0; i < 200000; ++i) {
+            const double v = i % 2 ? std::pow(10.0, exponent(rng)) : whole(rng) * factors[i / 2 % 6] + (i % 4 == 2);
+            char scientific[40];
+            std::snprintf(scientific, sizeof scientific, "%.14e", v);
+            ASSERT_EQ(std::stod(plainText(v)), std::stod(scientific)) << scientific;
+        }
+        EXPECT_EQ(plainText(0.1 + 0.2), "0.3");
+        EXPECT_EQ(plainText(999999999999999.9), "1E+15");
+        EXPECT_EQ(plainText(9.999999999999999e-6), "1E-05");
+        EXPECT_EQ(plainText(4999.78894165), "4999.78894165");
     }
-    EXPECT_EQ(plainText(0.1 + 0.2), "0.3");
-    EXPECT_EQ(plainText(999999999999999.9), "1E+15");
-    EXPECT_EQ(plainText(9.999999999999999e-6), "1E-05");
-    EXPECT_EQ(plainText(4999.78894165), "4999.78894165");
+    // Any Double from 1E-06 to 1E+16 reads back as its 15-digit scientific text does.
+    std::mt19937_64 rng(15);
+    std::uniform_real_distribution<double> exponent(-6, 16);
+    for (int i = 0; i < 100000; ++i) {
+        const double d = std::pow(10.0, exponent(rng)) * (rng() % 2 ? 1 : -1);
+        char scientific[40];
+        std::snprintf(scientific, sizeof scientific, "%.14e", d);
+        ASSERT_EQ(std::stod(plainText(d)), std::stod(scientific)) << scientific;
+    }
+    // Ties of the exact binary value go to the even digit; powers of ten
+    // that are no Double sit on either side of their decade.
+    EXPECT_EQ(plainText(10000000000000.25), "10000000000000.2");
+    EXPECT_EQ(plainText(10000000000000.75), "10000000000000.8");
+    EXPECT_EQ(plainText(0.5000000000000125), "0.500000000000013");
+    EXPECT_EQ(plainText(99999999999999.95), "100000000000000");
+    EXPECT_EQ(plainText(999999999999999.4), "999999999999999");
+    EXPECT_EQ(plainText(1e-4), "0.0001");
+    EXPECT_EQ(plainText(0.001), "0.001");
+    EXPECT_EQ(plainText(1e-5), "1E-05");
+    EXPECT_EQ(plainText(5999.71337890625 - 0.964274092208763), "5998.74910481404");
 }
 
 TEST(NumberTextTest, NumberAndTextPatterns) {

@@ -1,5 +1,6 @@
 #include "core/runtime/NumberText.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cmath>
@@ -16,139 +17,194 @@ namespace {
 constexpr int DoubleDigits = 15;
 constexpr int SingleDigits = 7;
 
-// Appends significant digits mantissa[0..n) (no trailing zeros), the first
-// of them at the decimal `exponent`, in the fixed or the exponent form.
-void appendLaidOut(std::string& out, const char* mantissa, int n, int exponent, int digits) {
+// Room for the longest text of a number, and for the fixed-size copies
+// that build it.
+constexpr size_t TextRoom = 48;
+constexpr size_t MantissaRoom = 32;
+
+// Writes significant digits mantissa[0..n) (no trailing zeros; the array
+// has MantissaRoom bytes), the first of them at the decimal `exponent`, in
+// the fixed or the exponent form, at p (TextRoom bytes); returns the end.
+char* layOut(char* p, const char* mantissa, int n, int exponent, int digits) {
+    // Always 16 bytes, so no call is made for a few: the room allows it.
+    const auto copy = [&p](const char* from, int count) {
+        std::memcpy(p, from, 16);
+        p += count;
+    };
     if (exponent >= digits || exponent < -4) {
-        out += mantissa[0];
+        *p++ = mantissa[0];
         if (n > 1) {
-            out += '.';
-            out.append(mantissa + 1, static_cast<size_t>(n - 1));
+            *p++ = '.';
+            copy(mantissa + 1, n - 1);
         }
-        out += exponent < 0 ? "E-" : "E+";
-        int ax = std::abs(exponent);
-        if (ax < 10) out += '0';
-        out += std::to_string(ax);
-    } else if (exponent < 0) {
-        out += "0.";
-        out.append(static_cast<size_t>(-exponent - 1), '0');
-        out.append(mantissa, static_cast<size_t>(n));
-    } else {
-        int whole = exponent + 1;
-        for (int i = 0; i < whole; ++i) out += i < n ? mantissa[i] : '0';
-        if (n > whole) {
-            out += '.';
-            out.append(mantissa + whole, static_cast<size_t>(n - whole));
-        }
+        *p++ = 'E';
+        *p++ = exponent < 0 ? '-' : '+';
+        const int ax = std::abs(exponent);
+        if (ax < 10) *p++ = '0';
+        return std::to_chars(p, p + 3, ax).ptr;
     }
+    if (exponent < 0) {
+        *p++ = '0';
+        *p++ = '.';
+        std::memset(p, '0', 4);
+        p += -exponent - 1;
+        copy(mantissa, n);
+        return p;
+    }
+    const int whole = exponent + 1;
+    if (n <= whole) {
+        copy(mantissa, n);
+        std::memset(p, '0', 16);
+        return p + (whole - n);
+    }
+    copy(mantissa, whole);
+    *p++ = '.';
+    copy(mantissa + whole, n - whole);
+    return p;
 }
 
-// The 7 significant digits of a Single between 1E-05 and 1E+07, without a
-// round trip through a scientific text. A Single is M x 2^E with M below
-// 2^24, so a x 10^k (k <= 11) is M x 5^k x 2^(E + k), whose M x 5^k fits 64
-// bits: its whole part and the rest are exact, and rounding half to even
-// gives the digits the general rule gives. Angles of scans are nearly all
-// such values.
-bool appendSingleDigits(std::string& out, double a) {
-    static constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
-    static constexpr uint64_t FivePowers[] = {1,       5,        25,        125,        625,        3125,
-                                              15625,   78125,    390625,    1953125,    9765625,    48828125};
-    if (!(a >= 1e-5 && a < 1e7) || static_cast<double>(static_cast<float>(a)) != a) return false;
-    int exponent = -5;
-    while (a >= Tens[exponent + 6]) ++exponent;
-    const int k = SingleDigits - 1 - exponent;
-    const auto bits = std::bit_cast<uint32_t>(static_cast<float>(a));
-    const uint64_t product = ((bits & 0x7FFFFFu) | 0x800000u) * FivePowers[k];
-    const int twos = static_cast<int>((bits >> 23) & 0xFF) - 150 + k;
-    uint64_t m;
-    if (twos >= 0) {
-        m = product << twos;
-    } else {
-        m = product >> -twos;
-        const uint64_t rest = product & ((uint64_t{1} << -twos) - 1);
-        const uint64_t half = uint64_t{1} << (-twos - 1);
-        if (rest > half || (rest == half && m % 2 != 0)) ++m;
+constexpr char DigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+constexpr uint64_t FivePowers[] = {1,           5,           25,          125,           625,
+                                   3125,        15625,       78125,       390625,        1953125,
+                                   9765625,     48828125,    244140625,   1220703125,    6103515625,
+                                   30517578125, 152587890625, 762939453125, 3814697265625, 19073486328125};
+
+// The `count` last decimal digits of m, ending at `end`.
+void writeLastDigits(char* end, uint32_t m, int count) {
+    for (; count >= 2; count -= 2, m /= 100) {
+        end -= 2;
+        std::memcpy(end, DigitPairs + (m % 100) * 2, 2);
     }
+    if (count) end[-1] = static_cast<char>('0' + m % 10);
+}
+
+// Writes the decimal digits of m (below 10^digits), trailing zeros dropped, laid out.
+char* writeDigitsOf(char* p, uint64_t m, int exponent, int digits) {
+    char mantissa[MantissaRoom];
+    // Eight digits at a time, in 32 bits.
+    constexpr uint64_t EightDigits = 100'000'000;
+    if (digits > 8) {
+        writeLastDigits(mantissa + digits, static_cast<uint32_t>(m % EightDigits), 8);
+        writeLastDigits(mantissa + digits - 8, static_cast<uint32_t>(m / EightDigits), digits - 8);
+    } else {
+        writeLastDigits(mantissa + digits, static_cast<uint32_t>(m), digits);
+    }
+    int n = digits;
+    while (n > 1 && mantissa[n - 1] == '0') --n;
+    return layOut(p, mantissa, n, exponent, digits);
+}
+
+// m x 2^twos rounded half to even to a whole number; twos is above -64.
+uint64_t roundedShift(uint64_t m, int twos) {
+    if (twos >= 0) return m << twos;
+    const uint64_t whole = m >> -twos;
+    const uint64_t rest = m & ((uint64_t{1} << -twos) - 1);
+    const uint64_t half = uint64_t{1} << (-twos - 1);
+    return whole + (rest > half || (rest == half && whole % 2 != 0));
+}
+
+__extension__ typedef unsigned __int128 Wide;
+
+Wide roundedShift(Wide m, int twos) {
+    if (twos >= 0) return m << twos;
+    const Wide one = 1;
+    const Wide whole = m >> -twos;
+    const Wide rest = m & ((one << -twos) - 1);
+    const Wide half = one << (-twos - 1);
+    return whole + (rest > half || (rest == half && whole % 2 != 0));
+}
+
+// The decimal exponent of a from 1E-05 on, below the last power of ten in
+// `tens` (which starts at 1E-05): from a's binary exponent p, it is
+// p x log10(2) or one more.
+template <size_t N>
+int decimalExponent(double a, int p, const double (&tens)[N]) {
+    int exponent = std::max(-5, (p * 78913) >> 18);
+    while (a >= tens[exponent + 6]) ++exponent;
+    return exponent;
+}
+
+constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1,    1e1,  1e2,  1e3,  1e4, 1e5,
+                           1e6,  1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+
+// The 15 significant digits of a Double between 1E-05 and 1E+15, without a
+// round trip through a scientific text. A Double is M x 2^E with M below
+// 2^53, so a x 10^k (k <= 19) is M x 5^k x 2^(E + k), whose M x 5^k fits
+// 128 bits: its whole part and the rest are exact, and rounding half to even
+// gives the digits the general rule gives. X values of spectra are nearly
+// all such values. Returns nullptr for any other value.
+char* writeDoubleDigits(char* p, double a) {
+    constexpr uint64_t Lowest = 100'000'000'000'000;  // 10^14
+    if (!(a >= 1e-5 && a < 1e15)) return nullptr;
+    const auto bits = std::bit_cast<uint64_t>(a);
+    const uint64_t significand = (bits & 0xFFFFFFFFFFFFFull) | 0x10000000000000ull;
+    const int binaryExponent = static_cast<int>((bits >> 52) & 0x7FF) - 1075;
+    int exponent = decimalExponent(a, binaryExponent + 52, Tens);
+    // A power of ten that is no Double may have put the exponent one too high.
+    const auto digitsFor = [&](int e) {
+        const int k = DoubleDigits - 1 - e;
+        return static_cast<uint64_t>(roundedShift(static_cast<Wide>(significand) * FivePowers[k], binaryExponent + k));
+    };
+    uint64_t m = digitsFor(exponent);
+    if (m < Lowest) m = digitsFor(--exponent);
+    if (m >= 10 * Lowest) {
+        m = Lowest;
+        ++exponent;
+    }
+    return writeDigitsOf(p, m, exponent, DoubleDigits);
+}
+
+// The 7 significant digits of a Single between 1E-05 and 1E+07, in the same
+// way: M below 2^24 and k <= 11, so M x 5^k fits 64 bits. Angles of scans
+// are nearly all such values. Returns nullptr for any other value.
+char* writeSingleDigits(char* p, double a) {
+    if (!(a >= 1e-5 && a < 1e7) || static_cast<double>(static_cast<float>(a)) != a) return nullptr;
+    const auto bits = std::bit_cast<uint32_t>(static_cast<float>(a));
+    const int binaryExponent = static_cast<int>((bits >> 23) & 0xFF) - 150;
+    int exponent = decimalExponent(a, binaryExponent + 23, Tens);
+    const int k = SingleDigits - 1 - exponent;
+    uint64_t m = roundedShift(((bits & 0x7FFFFFu) | 0x800000u) * FivePowers[k], binaryExponent + k);
     if (m == 10'000'000) {
         m = 1'000'000;
         ++exponent;
     }
-    char mantissa[SingleDigits];
-    for (int i = SingleDigits - 1; i >= 0; --i, m /= 10) mantissa[i] = static_cast<char>('0' + m % 10);
-    int n = SingleDigits;
-    while (n > 1 && mantissa[n - 1] == '0') --n;
-    appendLaidOut(out, mantissa, n, exponent, SingleDigits);
-    return true;
+    return writeDigitsOf(p, m, exponent, SingleDigits);
 }
 
-// The 15 significant digits of a double between 1E-05 and 1E+15, without a
-// round trip through a scientific text. a x 10^s (s <= 19, so 10^s is exact)
-// is computed within 0.12 of its last unit; when the product lies within
-// 0.375 of a whole number, that number is the exact value rounded, so its
-// digits are the rule's. Values read from text and scaled, nearly all that
-// readers write, pass; the rest take the general way.
-bool appendDoubleDigits(std::string& out, double a) {
-    static constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1,    1e1,  1e2,  1e3,  1e4, 1e5,
-                                      1e6,  1e7,  1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-    static constexpr double Scales[] = {1,    1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
-                                        1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19};
-    if (!(a >= 1e-5 && a < 1e15)) return false;
-    int exponent = -5;
-    while (a >= Tens[exponent + 6]) ++exponent;
-    const double scaled = a * Scales[DoubleDigits - 1 - exponent];
-    const double whole = std::nearbyint(scaled);
-    if (std::fabs(scaled - whole) > 0.375 || whole >= 1e15 || whole < 1e14) return false;
-    static constexpr char Pairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
-    uint64_t m = static_cast<uint64_t>(whole);
-    char mantissa[DoubleDigits + 1];
-    // Two digits at a time from the last; 15 digits leave one for the front.
-    for (int i = DoubleDigits - 1; i > 0; i -= 2, m /= 100) std::memcpy(mantissa + i - 1, Pairs + (m % 100) * 2, 2);
-    mantissa[0] = static_cast<char>('0' + m);
-    int n = DoubleDigits;
-    while (n > 1 && mantissa[n - 1] == '0') --n;
-    appendLaidOut(out, mantissa, n, exponent, DoubleDigits);
-    return true;
-}
-
-// Appends |v|'s digits (no sign) with the given number of significant digits.
-void appendMagnitude(std::string& out, double v, int digits) {
-    double a = std::fabs(v);
+// Writes |v|'s digits (no sign) with the given number of significant digits
+// at p (TextRoom bytes); returns the end.
+char* writeMagnitude(char* p, double v, int digits) {
+    const double a = std::fabs(v);
     if (a == 0) {
-        out += '0';
-        return;
+        *p = '0';
+        return p + 1;
     }
-    if (std::isinf(a)) {
-        out += "1.#INF";
-        return;
-    }
-    if (std::isnan(a)) {
-        out += "1.#QNAN";
-        return;
-    }
+    if (std::isinf(a)) return std::copy_n("1.#INF", 6, p);
+    if (std::isnan(a)) return std::copy_n("1.#QNAN", 7, p);
     const double wholeLimit = digits == DoubleDigits ? 1e15 : 1e7;
-    if (a < wholeLimit && a == std::trunc(a)) {
-        char buf[24];
-        auto r = std::to_chars(buf, buf + sizeof buf, static_cast<int64_t>(a));
-        out.append(buf, r.ptr);
-        return;
-    }
-    if (digits == SingleDigits && appendSingleDigits(out, a)) return;
-    if (digits == DoubleDigits && appendDoubleDigits(out, a)) return;
+    if (a < wholeLimit && a == std::trunc(a)) return std::to_chars(p, p + 24, static_cast<int64_t>(a)).ptr;
+    if (char* end = digits == SingleDigits ? writeSingleDigits(p, a) : writeDoubleDigits(p, a)) return end;
     char buf[48];
     auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, digits - 1);
     // buf holds d[.ddd]e[+-]xx
     char* e = static_cast<char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
     int exponent = 0;
     std::from_chars(e + 1 + (e[1] == '+'), r.ptr, exponent);
-    char mantissa[24];
+    char mantissa[MantissaRoom];
     int n = 0;
-    for (char* p = buf; p < e; ++p)
-        if (*p != '.') mantissa[n++] = *p;
+    for (char* q = buf; q < e; ++q)
+        if (*q != '.') mantissa[n++] = *q;
     while (n > 1 && mantissa[n - 1] == '0') --n;
-    appendLaidOut(out, mantissa, n, exponent, digits);
+    return layOut(p, mantissa, n, exponent, digits);
+}
+
+void appendMagnitude(std::string& out, double v, int digits) {
+    char text[TextRoom];
+    out.append(text, writeMagnitude(text, v, digits));
 }
 
 void appendNumber(std::string& out, double v, int digits) {
@@ -217,6 +273,27 @@ std::string signedText(const Value& v) {
 }
 
 void appendPlainText(std::string& out, double v) { appendNumber(out, v, DoubleDigits); }
+void appendPlainText(std::string& out, float v) { appendNumber(out, v, SingleDigits); }
+
+// The fast paths come first here: for the values they take, whole numbers
+// included, they give the very digits of the general rule.
+char* writePlainText(char* out, float v) {
+    if (v < 0) *out++ = '-';
+    if (char* end = writeSingleDigits(out, std::fabs(v))) return end;
+    return writeMagnitude(out, v, SingleDigits);
+}
+
+char* writePlainText(char* out, double v) {
+    if (v < 0) *out++ = '-';
+    if (char* end = writeDoubleDigits(out, std::fabs(v))) return end;
+    return writeMagnitude(out, v, DoubleDigits);
+}
+
+char* writeSignedText(char* out, float v) {
+    *out++ = v < 0 ? '-' : ' ';
+    if (char* end = writeSingleDigits(out, std::fabs(v))) return end;
+    return writeMagnitude(out, v, SingleDigits);
+}
 
 void appendPlainText(std::string& out, int64_t v) {
     char buf[24];
@@ -225,10 +302,6 @@ void appendPlainText(std::string& out, int64_t v) {
 }
 
 char* writePrintItem(char* p, int64_t v) {
-    static constexpr char Pairs[] =
-        "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
-        "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
-        "8081828384858687888990919293949596979899";
     *p++ = v < 0 ? '-' : ' ';
     uint64_t u = v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
     // The digits are written in place from the last one back, two at a time:
@@ -258,12 +331,12 @@ char* writePrintItem(char* p, int64_t v) {
     char* d = end;
     while (u >= 100) {
         d -= 2;
-        std::memcpy(d, Pairs + (u % 100) * 2, 2);
+        std::memcpy(d, DigitPairs + (u % 100) * 2, 2);
         u /= 100;
     }
     if (u >= 10) {
         d -= 2;
-        std::memcpy(d, Pairs + u * 2, 2);
+        std::memcpy(d, DigitPairs + u * 2, 2);
     } else {
         *--d = static_cast<char>('0' + u);
     }

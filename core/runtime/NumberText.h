@@ -41,6 +41,13 @@ char* writePrintItem(char* out, int64_t v);
 // Channel data and event values are nearly all such texts, and need no
 // conversion at all.
 char* writePrintItemOfPlainText(char* out, std::string_view text);
+// The plain text of a Single (7 digits) or a Double (15 digits) written at
+// `out`, which has room for 49 characters (the text itself takes at most 25);
+// returns the end. For lines built in place.
+char* writePlainText(char* out, float v);
+char* writePlainText(char* out, double v);
+// The same by the signed-text rule, for a Single.
+char* writeSignedText(char* out, float v);
 // The print items of 0, 1, 2, ... in turn, counted in text: the channel
 // numbers of a two-column file, without a conversion per line.
 class CountingPrintItems {
@@ -62,6 +69,7 @@ bool parseDecimalDigits(std::string_view text, int64_t& out);
 
 // Appending forms for the hot loops (no temporary strings).
 void appendPlainText(std::string& out, double v);
+void appendPlainText(std::string& out, float v);  // a Single, 7 digits
 void appendPlainText(std::string& out, int64_t v);
 void appendPrintItem(std::string& out, double v);
 void appendPrintItem(std::string& out, float v);  // a Single, 7 digits

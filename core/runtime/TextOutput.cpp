@@ -54,11 +54,10 @@ TextWriter& TextWriter::item(int64_t v) {
 int64_t TextWriter::column() const {
     // Only the part of the buffer not yet searched can hold a newer line end.
     const char* base = buffer_.data();
-    for (size_t i = buffer_.size(); i > scanned_; --i)
-        if (base[i - 1] == '\n') {
-            lineStart_ = flushed_ + static_cast<int64_t>(i);
-            break;
-        }
+    if (buffer_.size() > scanned_) {
+        const void* last = memrchr(base + scanned_, '\n', buffer_.size() - scanned_);
+        if (last) lineStart_ = flushed_ + (static_cast<const char*>(last) - base) + 1;
+    }
     scanned_ = buffer_.size();
     return flushed_ + static_cast<int64_t>(buffer_.size()) - lineStart_ + 1;
 }
@@ -117,6 +116,24 @@ void TextWriter::flush() {
 void TextWriter::close() {
     flush();
     file_.close();
+}
+
+void LineBlock::handOver() {
+    out_.buffer().append(block_, end_);
+    end_ = block_;
+    out_.flushIfFull();
+}
+
+char* tabInLine(const char* lineStart, char* end, int64_t n) {
+    if (n < 1) n = 1;
+    int64_t column = end - lineStart + 1;
+    if (column > n) {
+        *end++ = '\r';
+        *end++ = '\n';
+        column = 1;
+    }
+    std::memset(end, ' ', static_cast<size_t>(n - column));
+    return end + (n - column);
 }
 
 }  // namespace kestro

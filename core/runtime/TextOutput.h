@@ -54,4 +54,34 @@ private:
     mutable size_t scanned_ = 0;     // buffer bytes already searched for line ends
 };
 
+// Lines built in place in a local block and handed to a TextWriter a block
+// at a time, for the hot loops. Each line starts a new line of the output.
+class LineBlock {
+public:
+    explicit LineBlock(TextWriter& out) : out_(out) {}
+    LineBlock(const LineBlock&) = delete;
+    LineBlock& operator=(const LineBlock&) = delete;
+
+    // Where the next line goes, with room for `bytes`.
+    char* lineStart(size_t bytes) {
+        if (end_ + bytes > block_ + Size) handOver();
+        return end_;
+    }
+    // The line written up to `end`.
+    void lineEnd(char* end) { end_ = end; }
+    // Gives the writer what is held; call it at the end and before an error.
+    void handOver();
+
+private:
+    static constexpr size_t Size = 1 << 16;
+    TextWriter& out_;
+    char block_[Size];
+    char* end_ = block_;
+};
+
+// The tab rule for a line built in place: on to column n (from 1) of the
+// line that begins at lineStart, or past it already, a new line's column n.
+// Needs room for n + 1 bytes at `end`; returns the new end.
+char* tabInLine(const char* lineStart, char* end, int64_t n);
+
 }  // namespace kestro
