@@ -136,4 +136,11 @@ char* tabInLine(const char* lineStart, char* end, int64_t n) {
     return end + (n - column);
 }
 
+char* zoneInLine(const char* lineStart, char* end) {
+    const int64_t used = end - lineStart;
+    const int64_t next = (used / TextWriter::ZoneWidth + 1) * TextWriter::ZoneWidth;
+    std::memset(end, ' ', static_cast<size_t>(next - used));
+    return end + (next - used);
+}
+
 }  // namespace kestro
