@@ -39,14 +39,27 @@ void writeScanHeader(TextWriter& header, const BinaryReader& in, const std::stri
 // Room for the writes of one line, not only its text.
 constexpr size_t LongestLine = 128;
 
+// The print item of an intensity, written once for both lines of its point.
+struct IntensityItem {
+    static constexpr size_t Room = 24;  // what writePrintItem needs
+    char text[Room];
+    size_t length;
+
+    explicit IntensityItem(int16_t intensity) : length(writePrintItem(text, int64_t{intensity}) - text) {}
+    // Copies the whole room, so the copy is a fixed-size one.
+    char* copyTo(char* out) const {
+        std::memcpy(out, text, Room);
+        return out + length;
+    }
+};
+
 // The listing line of one point: its angle, its squared value and its
 // intensity. The angle and the squared value are kept as Singles, and the
 // intensity is squared on purpose, as it always was.
-char* writeListingLine(char* line, float angle, int16_t intensity) {
+char* writeListingLine(char* line, float angle, int16_t intensity, const IntensityItem& item) {
     const float value = static_cast<float>(intensity);
     char* end = writePrintItemOfSingle(line, angle);
-    end = writePrintItemOfSingle(end, value * value / 100.0f);
-    end = writePrintItem(end, int64_t{intensity});
+    end = item.copyTo(writePrintItemOfSingle(end, value * value / 100.0f));
     *end++ = '\r';
     *end++ = '\n';
     return end;
@@ -65,9 +78,10 @@ void writePoints(TextWriter& header, TextWriter& out, const char* intensities, i
             const float angle = toSingle(start + step * static_cast<double>(i));
             int16_t intensity;
             std::memcpy(&intensity, intensities + 2 * i, sizeof intensity);
-            listing.lineEnd(writeListingLine(listing.lineStart(LongestLine), angle, intensity));
+            const IntensityItem item(intensity);
+            listing.lineEnd(writeListingLine(listing.lineStart(LongestLine), angle, intensity, item));
             char* line = lines.lineStart(LongestLine);
-            char* end = writePrintItem(zoneInLine(line, index.write(line)), int64_t{intensity});
+            char* end = item.copyTo(zoneInLine(line, index.write(line)));
             *end++ = '\r';
             *end++ = '\n';
             lines.lineEnd(end);
