@@ -295,6 +295,12 @@ char* writeSignedText(char* out, float v) {
     return writeMagnitude(out, v, SingleDigits);
 }
 
+char* writePrintItemOfSingle(char* out, float v) {
+    char* end = writeSignedText(out, v);
+    *end = ' ';
+    return end + 1;
+}
+
 void appendPlainText(std::string& out, int64_t v) {
     char buf[24];
     auto r = std::to_chars(buf, buf + sizeof buf, v);

@@ -48,6 +48,8 @@ char* writePlainText(char* out, float v);
 char* writePlainText(char* out, double v);
 // The same by the signed-text rule, for a Single.
 char* writeSignedText(char* out, float v);
+// The print item of a Single (7 digits), the same room as writePlainText.
+char* writePrintItemOfSingle(char* out, float v);
 // The print items of 0, 1, 2, ... in turn, counted in text: the channel
 // numbers of a two-column file, without a conversion per line.
 class CountingPrintItems {

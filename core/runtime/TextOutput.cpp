@@ -136,4 +136,12 @@ char* tabInLine(const char* lineStart, char* end, int64_t n) {
     return end + (n - column);
 }
 
+char* zoneInLine(const char* lineStart, char* end) {
+    const int64_t used = end - lineStart;
+    const int64_t next = (used / TextWriter::ZoneWidth + 1) * TextWriter::ZoneWidth;
+    // Always 16 blanks, so no call is made for a few: the room allows it.
+    std::memset(end, ' ', 16);
+    return end + (next - used);
+}
+
 }  // namespace kestro

@@ -83,5 +83,8 @@ private:
 // line that begins at lineStart, or past it already, a new line's column n.
 // Needs room for n + 1 bytes at `end`; returns the new end.
 char* tabInLine(const char* lineStart, char* end, int64_t n);
+// The zone rule (the comma separator) for a line built in place: on to the
+// start of the next 14-column zone. Needs room for 16 bytes at `end`.
+char* zoneInLine(const char* lineStart, char* end);
 
 }  // namespace kestro

@@ -8,6 +8,7 @@
 #include "core/Writers.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/TextOutput.h"
 #include "readers/Readers.h"
 
 namespace kestro {
@@ -35,15 +36,64 @@ void writeScanHeader(TextWriter& header, const BinaryReader& in, const std::stri
     header.text("k2/1 ratio = " + signedText(in.f64(RatioAt))).endLine();
 }
 
+// Room for the writes of one line, not only its text.
+constexpr size_t LongestLine = 128;
+
+// The print item of an intensity, written once for both lines of its point.
+struct IntensityItem {
+    static constexpr size_t Room = 24;  // what writePrintItem needs
+    char text[Room];
+    size_t length;
+
+    explicit IntensityItem(int16_t intensity) : length(writePrintItem(text, int64_t{intensity}) - text) {}
+    // Copies the whole room, so the copy is a fixed-size one.
+    char* copyTo(char* out) const {
+        std::memcpy(out, text, Room);
+        return out + length;
+    }
+};
+
 // The listing line of one point: its angle, its squared value and its
 // intensity. The angle and the squared value are kept as Singles, and the
 // intensity is squared on purpose, as it always was.
-void writePointLine(std::string& line, float angle, int16_t intensity) {
+char* writeListingLine(char* line, float angle, int16_t intensity, const IntensityItem& item) {
     const float value = static_cast<float>(intensity);
-    appendPrintItem(line, angle);
-    appendPrintItem(line, value * value / 100.0f);
-    appendPrintItem(line, int64_t{intensity});
-    line += "\r\n";
+    char* end = writePrintItemOfSingle(line, angle);
+    end = item.copyTo(writePrintItemOfSingle(end, value * value / 100.0f));
+    *end++ = '\r';
+    *end++ = '\n';
+    return end;
+}
+
+// Both outputs a line per point, built in place. The first ".odf" column is
+// the point's index, not its angle.
+void writePoints(TextWriter& header, TextWriter& out, const char* intensities, int64_t points, double start,
+                 double step) {
+    LineBlock listing(header);
+    LineBlock lines(out);
+    CountingPrintItems index;
+    try {
+        for (int64_t i = 0; i < points; ++i, index.next()) {
+            // An angle beyond a Single faults before either line of its point.
+            const float angle = toSingle(start + step * static_cast<double>(i));
+            int16_t intensity;
+            std::memcpy(&intensity, intensities + 2 * i, sizeof intensity);
+            const IntensityItem item(intensity);
+            listing.lineEnd(writeListingLine(listing.lineStart(LongestLine), angle, intensity, item));
+            char* line = lines.lineStart(LongestLine);
+            char* end = item.copyTo(zoneInLine(line, index.write(line)));
+            *end++ = '\r';
+            *end++ = '\n';
+            lines.lineEnd(end);
+        }
+    } catch (...) {
+        // The points before the fault stay written.
+        listing.handOver();
+        lines.handOver();
+        throw;
+    }
+    listing.handOver();
+    lines.handOver();
 }
 
 }  // namespace
@@ -74,15 +124,7 @@ void ConvPANrd(Session& form, std::string& fileName) {
     form.files.close(InputNumber);
 
     TextWriter& out = form.files.openOutput(OutputNumber, dropLast(fileName, 3) + ".odf");
-    for (int64_t i = 0; i < points; ++i) {
-        int16_t intensity;
-        std::memcpy(&intensity, intensities.data() + 2 * i, sizeof intensity);
-        writePointLine(header.buffer(), toSingle(start + step * static_cast<double>(i)), intensity);
-        // The first column is the point's index, not its angle.
-        out.item(i).zone().item(int64_t{intensity}).endLine();
-        header.flushIfFull();
-        out.flushIfFull();
-    }
+    writePoints(header, out, intensities.data(), points, start, step);
     form.files.close(HeaderNumber);
     form.files.close(OutputNumber);
 }

@@ -29,14 +29,21 @@ inline void checkScanAngles(const ScanAxis& axis) {
     toSingle(endAngle);
 }
 
-// intensityAt(i) gives step i's intensity, counted from 0.
+// intensityAt(i) gives step i's intensity, counted from 0. The angles have
+// passed checkScanAngles, so no line faults; the lines are built in place.
 template <typename IntensityAt>
 void writeScanLines(TextWriter& out, const ScanAxis& axis, IntensityAt intensityAt) {
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    LineBlock lines(out);
     for (int64_t i = 0; i < axis.steps; ++i) {
-        appendSignedText(out.buffer(), toSingle(static_cast<double>(i) * axis.step + axis.start));
-        appendSignedText(out.zone().buffer(), static_cast<float>(intensityAt(i)));
-        out.endLine().flushIfFull();
+        char* line = lines.lineStart(LongestLine);
+        char* end = writeSignedText(line, toSingle(static_cast<double>(i) * axis.step + axis.start));
+        end = writeSignedText(zoneInLine(line, end), static_cast<float>(intensityAt(i)));
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
     }
+    lines.handOver();
 }
 
 }  // namespace kestro
