@@ -295,6 +295,12 @@ char* writeSignedText(char* out, float v) {
     return writeMagnitude(out, v, SingleDigits);
 }
 
+char* writeSignedText(char* out, double v) {
+    *out++ = v < 0 ? '-' : ' ';
+    if (char* end = writeDoubleDigits(out, std::fabs(v))) return end;
+    return writeMagnitude(out, v, DoubleDigits);
+}
+
 void appendPlainText(std::string& out, int64_t v) {
     char buf[24];
     auto r = std::to_chars(buf, buf + sizeof buf, v);

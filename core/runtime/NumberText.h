@@ -46,8 +46,9 @@ char* writePrintItemOfPlainText(char* out, std::string_view text);
 // returns the end. For lines built in place.
 char* writePlainText(char* out, float v);
 char* writePlainText(char* out, double v);
-// The same by the signed-text rule, for a Single.
+// The same by the signed-text rule, for a Single or a Double.
 char* writeSignedText(char* out, float v);
+char* writeSignedText(char* out, double v);
 // The print items of 0, 1, 2, ... in turn, counted in text: the channel
 // numbers of a two-column file, without a conversion per line.
 class CountingPrintItems {

@@ -154,40 +154,48 @@ std::vector<Subfile> readSubfiles(const BinaryReader& in, const SpcHeader& h) {
     return subs;
 }
 
-// The Y value: a single, or an integer scaled by 2^exponent / 2^bits. The
-// old layout stores a 32-bit integer with its high word first.
-Value yValue(const BinaryReader& in, const SpcHeader& h, const Subfile& s, int64_t i) {
-    if (s.exponent == FloatExponent) return Value::ofSingle(in.f32(s.yOffset + 4 * i));
-    double raw;
-    int bits = 32;
-    if (has(h, ShortY)) {
-        raw = in.i16(s.yOffset + 2 * i);
-        bits = 16;
-    } else if (h.version == OldVersion) {
+// The integer Y values, scaled by 2^exponent / 2^bits; float Y (exponent
+// 80h) stands as it is. The old layout stores a 32-bit integer with its high
+// word first.
+double integerY(const BinaryReader& in, const SpcHeader& h, const Subfile& s, int64_t i) {
+    if (has(h, ShortY)) return in.i16(s.yOffset + 2 * i);
+    if (h.version == OldVersion) {
         const int64_t at = s.yOffset + 4 * i;
-        raw = static_cast<int32_t>(static_cast<uint32_t>(in.u16(at)) << 16 | in.u16(at + 2));
-    } else {
-        raw = in.i32(s.yOffset + 4 * i);
+        return static_cast<int32_t>(static_cast<uint32_t>(in.u16(at)) << 16 | in.u16(at + 2));
     }
-    return Value::ofDouble(raw * std::exp2(s.exponent - bits));
+    return in.i32(s.yOffset + 4 * i);
 }
+
+double yScale(const SpcHeader& h, const Subfile& s) { return std::exp2(s.exponent - (has(h, ShortY) ? 16 : 32)); }
 
 double xStep(const SpcHeader& h) {
     return h.points > 1 ? (h.lastX - h.firstX) / static_cast<double>(h.points - 1) : 0;
 }
 
-float xValue(const BinaryReader& in, const SpcHeader& h, const Subfile& s, int64_t i) {
+float xValue(const BinaryReader& in, const SpcHeader& h, const Subfile& s, double step, int64_t i) {
     if (s.xOffset >= 0) return in.f32(s.xOffset + 4 * i);
     if (has(h, OneXArray)) return in.f32(NewHeaderSize + 4 * i);
-    return static_cast<float>(h.firstX + static_cast<double>(i) * xStep(h));
+    return static_cast<float>(h.firstX + static_cast<double>(i) * step);
 }
 
-// X and Y by the signed-text rule, Y at column 20: the classic layout.
+// X and Y by the signed-text rule, Y at column 20: the classic layout. Float
+// Y has a single's 7 digits, scaled integers a double's 15.
 void writeSubfile(TextWriter& out, const BinaryReader& in, const SpcHeader& h, const Subfile& s) {
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    constexpr int64_t DataColumn = 20;
+    const double step = xStep(h);
+    const double scale = yScale(h, s);
+    const bool floatY = s.exponent == FloatExponent;
+    LineBlock lines(out);
     for (int64_t i = 0; i < s.points; ++i) {
-        out.text(signedText(xValue(in, h, s, i))).tab(20).text(signedText(yValue(in, h, s, i))).endLine();
-        out.flushIfFull();
+        char* line = lines.lineStart(LongestLine);
+        char* end = tabInLine(line, writeSignedText(line, xValue(in, h, s, step, i)), DataColumn);
+        end = floatY ? writeSignedText(end, in.f32(s.yOffset + 4 * i)) : writeSignedText(end, integerY(in, h, s, i) * scale);
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
     }
+    lines.handOver();
 }
 
 const char* const Months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
