@@ -284,14 +284,14 @@ void writeSeries(TextWriter& out, const Values& x, const Values& y) {
 }  // namespace
 
 void ConvFileGAMLModern(Session& form, std::string& fileName) {
-    const std::string xml = readWholeFile(fileName);
+    // The text goes as soon as its arrays are decoded.
+    const GamlContent g = scanGaml(readWholeFile(fileName));
     const std::string stem = dropLast(fileName, 5);
     TextWriter& header = form.files.openOutput(HeaderFile, stem + ".hdr");
     header.text("header file for " + fileName + " read on the " +
                 generalDate(dateFromUnixSeconds(static_cast<int64_t>(std::time(nullptr)))))
         .endLine();
 
-    const GamlContent g = scanGaml(xml);
     if (g.gamlTag.empty()) {
         modern::refuse(form, &header, "Not a GAML type file. Conversion aborted!");
         return form.files.close(HeaderFile);
@@ -301,17 +301,20 @@ void ConvFileGAMLModern(Session& form, std::string& fileName) {
         modern::refuse(form, &header, "No Y data found. Conversion aborted!");
         return form.files.close(HeaderFile);
     }
-    for (size_t k = 0; k < g.series.size(); ++k) {
-        const Series& s = g.series[k];
-        const std::string name = modern::odfName(stem, k, g.series.size());
-        for (const std::string& line : s.listing) header.text(line).endLine();
-        header.text("Written to " + name).endLine();
-        TextWriter& out = form.files.openOutput(DataFile, name);
-        writeSeries(out, g.xArrays[s.x], s.y);
-        form.files.close(DataFile);
-        if (k == 0 && g.series.size() > 1) fileName = name;  // the one the plot shows
+    // The listing is whole before the data files are written: one output
+    // buffer at a time.
+    const size_t count = g.series.size();
+    for (size_t k = 0; k < count; ++k) {
+        for (const std::string& line : g.series[k].listing) header.text(line).endLine();
+        header.text("Written to " + modern::odfName(stem, k, count)).endLine();
     }
     form.files.close(HeaderFile);
+    for (size_t k = 0; k < count; ++k) {
+        const std::string name = modern::odfName(stem, k, count);
+        writeSeries(form.files.openOutput(DataFile, name), g.xArrays[g.series[k].x], g.series[k].y);
+        form.files.close(DataFile);
+        if (k == 0 && count > 1) fileName = name;  // the one the plot shows
+    }
 }
 
 }  // namespace kestro
