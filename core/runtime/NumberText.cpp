@@ -334,8 +334,8 @@ char* writeSignedScaledText(char* out, int64_t whole, int fractionBits) {
     *out++ = whole < 0 ? '-' : ' ';
     const uint64_t fraction = magnitude & ((uint64_t{1} << fractionBits) - 1);
     int exponent = decimalExponent(static_cast<double>(units), std::bit_width(units) - 1, Tens);
-    const int kept = DoubleDigits - 1 - exponent;  // fraction digits
-    const uint64_t scale = FivePowers[kept] << kept;
+    const int kept = DoubleDigits - 1 - exponent;  // fraction digits: 1 to 14
+    const uint64_t scale = FivePowers[kept] * (uint64_t{1} << kept);
     // The product mostly fits 64 bits, whose shift is the quicker.
     const bool narrow = std::bit_width(fraction) + std::bit_width(scale) <= 64;
     uint64_t m = units * scale + (narrow ? roundedShift(fraction * scale, -fractionBits)
