@@ -1,6 +1,8 @@
 // Arbitrary text through the runtime's readers of numbers, dates and lists,
 // and the number texts written back.
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "core/runtime/Dates.h"
@@ -20,6 +22,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         formatNumber(v, "###.0");
         roundToInt32(v);
     } catch (const RuntimeError&) {
+    }
+    if (size >= 9) {
+        // A scaled integer's short way writes what the general rule writes.
+        int64_t whole;
+        std::memcpy(&whole, data, sizeof whole);
+        const int bits = data[8] % 80 - 10;
+        char scaled[64];
+        const std::string general = signedText(static_cast<double>(whole) * std::exp2(-bits));
+        if (std::string(scaled, writeSignedScaledText(scaled, whole, bits)) != general) __builtin_trap();
     }
     formatText(text, "dd-mm-yyyy");
     formatText(text, "@@@");

@@ -210,6 +210,35 @@ TEST(NumberTextTest, DoubleDigitsAgreeWithTheScientificDigits) {
     EXPECT_EQ(plainText(5999.71337890625 - 0.964274092208763), "5998.74910481404");
 }
 
+TEST(NumberTextTest, ScaledIntegersWriteAsTheirDoubles) {
+    // Integers scaled by a power of two, the short way and the general one
+    // alike, write what the signed-text rule writes for the Double.
+    const auto scaled = [](int64_t whole, int bits) {
+        char text[64];
+        return std::string(text, writeSignedScaledText(text, whole, bits));
+    };
+    const auto general = [](int64_t whole, int bits) { return signedText(static_cast<double>(whole) * std::exp2(-bits)); };
+    std::mt19937_64 rng(21);
+    for (int i = 0; i < 300000; ++i) {
+        const int bits = static_cast<int>(rng() % 80) - 10;
+        int64_t whole = i % 3 == 0 ? static_cast<int32_t>(rng()) : i % 3 == 1 ? static_cast<int16_t>(rng())
+                                                                              : static_cast<int64_t>(rng() >> (rng() % 64));
+        // Fourteen-digit whole parts with a few fraction bits hold exact ties.
+        if (i % 5 == 0) whole = static_cast<int64_t>(10'000'000'000'000 + rng() % 89'999'999'999'999) << 2 | (rng() & 3);
+        ASSERT_EQ(scaled(whole, i % 5 == 0 ? 2 : bits), general(whole, i % 5 == 0 ? 2 : bits)) << whole << " " << bits;
+    }
+    const std::pair<std::string, const char*> texts[] = {
+        {scaled(99'614'632, 16), " 1519.99865722656"}, {scaled(-3, 1), "-1.5"}, {scaled(7, 0), " 7"},
+        {scaled((int64_t{40'000'000'000'000} << 2) | 1, 2), " 40000000000000.2"},  // a tie, to the even digit
+        {scaled((int64_t{99'999'999'999'999} << 5) | 31, 5), " 100000000000000"},  // rounding carries
+        {scaled(1, 20), " 9.5367431640625E-07"}, {scaled(0, 16), " 0"},
+    };
+    for (const auto& [text, expected] : texts) EXPECT_EQ(text, expected);
+    char text[64];
+    EXPECT_EQ(std::string(text, writeSignedText(text, -0.1)), "-0.1");
+    EXPECT_EQ(std::string(text, writeSignedText(text, 2.5e20)), " 2.5E+20");
+}
+
 TEST(NumberTextTest, NumberAndTextPatterns) {
     struct Case { double v; const char* pattern; const char* text; };
     const Case cases[] = {

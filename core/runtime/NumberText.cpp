@@ -301,6 +301,70 @@ char* writePrintItemOfSingle(char* out, float v) {
     return end + 1;
 }
 
+char* writeSignedText(char* out, double v) {
+    *out++ = v < 0 ? '-' : ' ';
+    if (char* end = writeDoubleDigits(out, std::fabs(v))) return end;
+    return writeMagnitude(out, v, DoubleDigits);
+}
+
+namespace {
+
+// The 8 decimal digits of n (below 10^8, leading zeros kept) at `out`, two
+// at a time from the top: n / 10^6 in fixed point with 57 fraction bits,
+// rounded up, is close enough that each hundredfold's whole part is the
+// next pair (checked for every n).
+void writeEightDigits(char* out, uint32_t n) {
+    constexpr int Point = 57;
+    constexpr uint64_t Mask = (uint64_t{1} << Point) - 1;
+    const auto pairAt = [](char* at, uint64_t t) { std::memcpy(at, DigitPairs + 2 * (t >> Point), 2); };
+    uint64_t t = uint64_t{n} * 144'115'188'076;  // 2^57 / 10^6, rounded up
+    pairAt(out, t);
+    pairAt(out + 2, t = (t & Mask) * 100);
+    pairAt(out + 4, t = (t & Mask) * 100);
+    pairAt(out + 6, (t & Mask) * 100);
+}
+
+}  // namespace
+
+// The fraction is exact in `fractionBits` bits, so the 15 significant
+// digits are an exact product, and what is left rounds half to even, as the
+// general rule does; from 1 to 1E+14 the rule's layout is the fixed one.
+char* writeSignedScaledText(char* out, int64_t whole, int fractionBits) {
+    constexpr uint64_t ExactLimit = uint64_t{1} << 53;  // a Double holds every whole number below
+    constexpr uint64_t Lowest = 100'000'000'000'000;   // 10^14, the lowest mantissa of 15 digits
+    constexpr uint64_t EightDigits = 100'000'000;
+    const uint64_t magnitude = whole < 0 ? uint64_t{0} - static_cast<uint64_t>(whole) : static_cast<uint64_t>(whole);
+    const uint64_t units = fractionBits >= 0 && fractionBits < 64 ? magnitude >> fractionBits : 0;
+    if (magnitude >= ExactLimit || units == 0 || units >= Lowest)
+        return writeSignedText(out, static_cast<double>(whole) * std::exp2(-fractionBits));
+    *out++ = whole < 0 ? '-' : ' ';
+    const uint64_t fraction = magnitude & ((uint64_t{1} << fractionBits) - 1);
+    int exponent = decimalExponent(static_cast<double>(units), std::bit_width(units) - 1, Tens);
+    const int kept = DoubleDigits - 1 - exponent;  // fraction digits: 1 to 14
+    const uint64_t scale = FivePowers[kept] * (uint64_t{1} << kept);
+    // The product mostly fits 64 bits, whose shift is the quicker.
+    const bool narrow = std::bit_width(fraction) + std::bit_width(scale) <= 64;
+    uint64_t m = units * scale + (narrow ? roundedShift(fraction * scale, -fractionBits)
+                                        : static_cast<uint64_t>(roundedShift(static_cast<Wide>(fraction) * scale, -fractionBits)));
+    if (m == 10 * Lowest) {
+        m = Lowest;
+        ++exponent;
+    }
+    char digits[MantissaRoom];  // a leading 0, then the 15 digits
+    writeEightDigits(digits, static_cast<uint32_t>(m / EightDigits));
+    writeEightDigits(digits + 8, static_cast<uint32_t>(m % EightDigits));
+    const char* mantissa = digits + 1;
+    const int wholeDigits = exponent + 1;
+    int n = DoubleDigits;
+    while (n > wholeDigits && mantissa[n - 1] == '0') --n;
+    std::memcpy(out, mantissa, 16);  // the room allows whole copies
+    out += wholeDigits;
+    if (n == wholeDigits) return out;
+    *out++ = '.';
+    std::memcpy(out, mantissa + wholeDigits, 16);
+    return out + (n - wholeDigits);
+}
+
 void appendPlainText(std::string& out, int64_t v) {
     char buf[24];
     auto r = std::to_chars(buf, buf + sizeof buf, v);

@@ -46,8 +46,14 @@ char* writePrintItemOfPlainText(char* out, std::string_view text);
 // returns the end. For lines built in place.
 char* writePlainText(char* out, float v);
 char* writePlainText(char* out, double v);
-// The same by the signed-text rule, for a Single.
+// The same by the signed-text rule, for a Single or a Double.
 char* writeSignedText(char* out, float v);
+char* writeSignedText(char* out, double v);
+// What writeSignedText writes for the Double whole x exp2(-fractionBits):
+// the integers spectra store scaled by a power of two. Values from 1 to
+// 1E+14 take a short way (their fraction's digits come straight from its
+// bits).
+char* writeSignedScaledText(char* out, int64_t whole, int fractionBits);
 // The print item of a Single (7 digits), the same room as writePlainText.
 char* writePrintItemOfSingle(char* out, float v);
 // The print items of 0, 1, 2, ... in turn, counted in text: the channel

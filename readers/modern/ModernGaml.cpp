@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -41,23 +42,42 @@ constexpr std::array<int8_t, 256> alphabetValues() {
 constexpr std::array<int8_t, 256> AlphabetValues = alphabetValues();
 
 // Characters outside the alphabet (line ends, indentation) are ignored;
-// "=" ends the data.
+// "=" ends the data. Runs of whole groups of four are decoded a group at a
+// time; the characters between them one by one.
 std::string decodeBase64(std::string_view text) {
-    std::string bytes;
-    bytes.reserve(text.size() / 4 * 3);
+    std::string bytes(text.size() / 4 * 3 + 3, '\0');
+    char* out = bytes.data();
+    const auto* in = reinterpret_cast<const uint8_t*>(text.data());
+    const uint8_t* const end = in + text.size();
+    const auto writeGroup = [&out](uint32_t bits) {
+        out[0] = static_cast<char>(bits >> 16);
+        out[1] = static_cast<char>(bits >> 8);
+        out[2] = static_cast<char>(bits);
+        out += 3;
+    };
     uint32_t bits = 0;
-    int held = 0;
-    for (char c : text) {
-        if (c == '=') break;
-        const int v = AlphabetValues[static_cast<uint8_t>(c)];
+    int held = 0;  // characters of the group under way
+    while (in < end) {
+        for (; held == 0 && end - in >= 4; in += 4) {
+            const int a = AlphabetValues[in[0]], b = AlphabetValues[in[1]], c = AlphabetValues[in[2]],
+                      d = AlphabetValues[in[3]];
+            if ((a | b | c | d) < 0) break;
+            writeGroup(static_cast<uint32_t>(a) << 18 | static_cast<uint32_t>(b) << 12 |
+                       static_cast<uint32_t>(c) << 6 | static_cast<uint32_t>(d));
+        }
+        if (in == end || *in == '=') break;
+        const int v = AlphabetValues[*in++];
         if (v < 0) continue;
         bits = bits << 6 | static_cast<uint32_t>(v);
-        held += 6;
-        if (held >= 8) {
-            held -= 8;
-            bytes += static_cast<char>(bits >> held & 0xFF);
+        if (++held == 4) {
+            writeGroup(bits);
+            held = 0;
         }
     }
+    // Two characters left over give one byte, three give two.
+    if (held >= 2) *out++ = static_cast<char>(bits >> (6 * held - 8));
+    if (held == 3) *out++ = static_cast<char>(bits >> 2);
+    bytes.resize(static_cast<size_t>(out - bytes.data()));
     return bytes;
 }
 
@@ -146,10 +166,19 @@ struct Values {
     int64_t decodedBytes = 0;
     std::string startTag;
 
-    // The number in the classic plain-text layout: 7 digits for FLOAT32, 15 for FLOAT64.
-    void appendText(std::string& out, int64_t i) const {
-        if (width == 4) out += plainText(bytes.f32(4 * i));
-        else appendPlainText(out, bytes.f64(8 * i));
+    // The number in the classic plain-text layout, 7 digits for FLOAT32, 15
+    // for FLOAT64, written at `out` (room for 49); returns the end. i is
+    // below count.
+    char* writeText(char* out, int64_t i) const {
+        const char* at = bytes.bytes().data() + width * i;
+        if (width == 4) {
+            float v;
+            std::memcpy(&v, at, sizeof v);
+            return writePlainText(out, v);
+        }
+        double v;
+        std::memcpy(&v, at, sizeof v);
+        return writePlainText(out, v);
     }
 };
 
@@ -238,27 +267,31 @@ GamlContent scanGaml(std::string_view xml) {
 }
 
 void writeSeries(TextWriter& out, const Values& x, const Values& y) {
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    LineBlock lines(out);
     const int64_t points = std::min(x.count, y.count);
     for (int64_t i = 0; i < points; ++i) {
-        x.appendText(out.buffer(), i);
-        out.text(",");
-        y.appendText(out.buffer(), i);
-        out.endLine();
-        out.flushIfFull();
+        char* end = x.writeText(lines.lineStart(LongestLine), i);
+        *end++ = ',';
+        end = y.writeText(end, i);
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
     }
+    lines.handOver();
 }
 
 }  // namespace
 
 void ConvFileGAMLModern(Session& form, std::string& fileName) {
-    const std::string xml = readWholeFile(fileName);
+    // The text goes as soon as its arrays are decoded.
+    const GamlContent g = scanGaml(readWholeFile(fileName));
     const std::string stem = dropLast(fileName, 5);
     TextWriter& header = form.files.openOutput(HeaderFile, stem + ".hdr");
     header.text("header file for " + fileName + " read on the " +
                 generalDate(dateFromUnixSeconds(static_cast<int64_t>(std::time(nullptr)))))
         .endLine();
 
-    const GamlContent g = scanGaml(xml);
     if (g.gamlTag.empty()) {
         modern::refuse(form, &header, "Not a GAML type file. Conversion aborted!");
         return form.files.close(HeaderFile);
@@ -268,17 +301,20 @@ void ConvFileGAMLModern(Session& form, std::string& fileName) {
         modern::refuse(form, &header, "No Y data found. Conversion aborted!");
         return form.files.close(HeaderFile);
     }
-    for (size_t k = 0; k < g.series.size(); ++k) {
-        const Series& s = g.series[k];
-        const std::string name = modern::odfName(stem, k, g.series.size());
-        for (const std::string& line : s.listing) header.text(line).endLine();
-        header.text("Written to " + name).endLine();
-        TextWriter& out = form.files.openOutput(DataFile, name);
-        writeSeries(out, g.xArrays[s.x], s.y);
-        form.files.close(DataFile);
-        if (k == 0 && g.series.size() > 1) fileName = name;  // the one the plot shows
+    // The listing is whole before the data files are written: one output
+    // buffer at a time.
+    const size_t count = g.series.size();
+    for (size_t k = 0; k < count; ++k) {
+        for (const std::string& line : g.series[k].listing) header.text(line).endLine();
+        header.text("Written to " + modern::odfName(stem, k, count)).endLine();
     }
     form.files.close(HeaderFile);
+    for (size_t k = 0; k < count; ++k) {
+        const std::string name = modern::odfName(stem, k, count);
+        writeSeries(form.files.openOutput(DataFile, name), g.xArrays[g.series[k].x], g.series[k].y);
+        form.files.close(DataFile);
+        if (k == 0 && count > 1) fileName = name;  // the one the plot shows
+    }
 }
 
 }  // namespace kestro

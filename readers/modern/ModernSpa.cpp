@@ -3,6 +3,7 @@
 // file's directory of typed blocks leads to the spectrum header and to the
 // data, so no byte signature is searched for.
 #include <algorithm>
+#include <cstring>
 #include <string>
 
 #include "core/Writers.h"
@@ -74,12 +75,22 @@ std::string title(const BinaryReader& in) {
 // column 20.
 void writePoints(TextWriter& out, const BinaryReader& in, const Block& data, int64_t count, double firstX,
                  double step) {
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    constexpr int64_t DataColumn = 20;
+    const char* ys = in.bytes().data() + data.offset;  // count values lie inside the block
+    LineBlock lines(out);
     for (int64_t i = 0; i < count; ++i) {
-        appendPlainText(out.buffer(), firstX + static_cast<double>(i) * step);
-        out.text(",").tab(20);
-        out.text(plainText(in.f32(data.offset + 4 * i))).endLine();
-        out.flushIfFull();
+        float y;
+        std::memcpy(&y, ys + 4 * i, sizeof y);
+        char* line = lines.lineStart(LongestLine);
+        char* end = writePlainText(line, firstX + static_cast<double>(i) * step);
+        *end++ = ',';
+        end = writePlainText(tabInLine(line, end, DataColumn), y);
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
     }
+    lines.handOver();
 }
 
 }  // namespace

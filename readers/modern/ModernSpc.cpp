@@ -4,7 +4,6 @@
 // and XY data, single and multi-file, 16- and 32-bit integer Y scaled by the
 // exponent or float Y, and the old LabCalc layout (version byte 4D).
 #include <algorithm>
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -154,40 +153,49 @@ std::vector<Subfile> readSubfiles(const BinaryReader& in, const SpcHeader& h) {
     return subs;
 }
 
-// The Y value: a single, or an integer scaled by 2^exponent / 2^bits. The
-// old layout stores a 32-bit integer with its high word first.
-Value yValue(const BinaryReader& in, const SpcHeader& h, const Subfile& s, int64_t i) {
-    if (s.exponent == FloatExponent) return Value::ofSingle(in.f32(s.yOffset + 4 * i));
-    double raw;
-    int bits = 32;
-    if (has(h, ShortY)) {
-        raw = in.i16(s.yOffset + 2 * i);
-        bits = 16;
-    } else if (h.version == OldVersion) {
-        const int64_t at = s.yOffset + 4 * i;
-        raw = static_cast<int32_t>(static_cast<uint32_t>(in.u16(at)) << 16 | in.u16(at + 2));
-    } else {
-        raw = in.i32(s.yOffset + 4 * i);
-    }
-    return Value::ofDouble(raw * std::exp2(s.exponent - bits));
-}
-
 double xStep(const SpcHeader& h) {
     return h.points > 1 ? (h.lastX - h.firstX) / static_cast<double>(h.points - 1) : 0;
 }
 
-float xValue(const BinaryReader& in, const SpcHeader& h, const Subfile& s, int64_t i) {
-    if (s.xOffset >= 0) return in.f32(s.xOffset + 4 * i);
-    if (has(h, OneXArray)) return in.f32(NewHeaderSize + 4 * i);
-    return static_cast<float>(h.firstX + static_cast<double>(i) * xStep(h));
+// The lines of a sub-file, X and Y by the signed-text rule with Y at column
+// 20: the classic layout. X comes from the sub-file's own array, the file's
+// one array, or evenly spaced; yText(out, i) writes Y number i.
+template <typename YText>
+void writeLines(TextWriter& out, const BinaryReader& in, const SpcHeader& h, const Subfile& s, YText yText) {
+    constexpr size_t LongestLine = 128;  // room for the writes, not only the text
+    constexpr int64_t DataColumn = 20;
+    const double step = xStep(h);
+    const int64_t xArray = s.xOffset >= 0 ? s.xOffset : has(h, OneXArray) ? NewHeaderSize : -1;
+    LineBlock lines(out);
+    for (int64_t i = 0; i < s.points; ++i) {
+        const float x = xArray >= 0 ? in.f32(xArray + 4 * i) : static_cast<float>(h.firstX + static_cast<double>(i) * step);
+        char* line = lines.lineStart(LongestLine);
+        char* end = yText(tabInLine(line, writeSignedText(line, x), DataColumn), i);
+        *end++ = '\r';
+        *end++ = '\n';
+        lines.lineEnd(end);
+    }
+    lines.handOver();
 }
 
-// X and Y by the signed-text rule, Y at column 20: the classic layout.
+// Float Y (exponent 80h) has a single's 7 digits; integer Y, scaled by
+// 2^exponent / 2^bits, a double's 15. The old layout stores a 32-bit
+// integer with its high word first.
 void writeSubfile(TextWriter& out, const BinaryReader& in, const SpcHeader& h, const Subfile& s) {
-    for (int64_t i = 0; i < s.points; ++i) {
-        out.text(signedText(xValue(in, h, s, i))).tab(20).text(signedText(yValue(in, h, s, i))).endLine();
-        out.flushIfFull();
-    }
+    const int64_t y = s.yOffset;
+    if (s.exponent == FloatExponent)
+        return writeLines(out, in, h, s, [&](char* at, int64_t i) { return writeSignedText(at, in.f32(y + 4 * i)); });
+    const int fractionBits = (has(h, ShortY) ? 16 : 32) - s.exponent;
+    if (has(h, ShortY))
+        return writeLines(out, in, h, s, [&](char* at, int64_t i) {
+            return writeSignedScaledText(at, in.i16(y + 2 * i), fractionBits);
+        });
+    if (h.version == OldVersion)
+        return writeLines(out, in, h, s, [&](char* at, int64_t i) {
+            const int32_t raw = static_cast<int32_t>(static_cast<uint32_t>(in.u16(y + 4 * i)) << 16 | in.u16(y + 4 * i + 2));
+            return writeSignedScaledText(at, raw, fractionBits);
+        });
+    writeLines(out, in, h, s, [&](char* at, int64_t i) { return writeSignedScaledText(at, in.i32(y + 4 * i), fractionBits); });
 }
 
 const char* const Months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
