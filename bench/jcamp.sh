@@ -55,9 +55,11 @@ command -v node >/dev/null && command -v npm >/dev/null || { echo "jcamp.sh: nod
 
 if [ $# -ge 2 ]; then
   work=$2
+  [[ $(realpath -m "$work") != *.* ]] || { echo "jcamp.sh: WORKDIR must have no \".\" in its path (outputs are named up to the first \".\")" >&2; exit 2; }
   mkdir -p "$work"
 else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-jcamp.XXXXXX")
+  # No "." in the name: a JCAMP output is named by the path up to its first ".".
+  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-jcamp-XXXXXX")
   trap 'rm -rf "$work"' EXIT
   trap 'exit 130' INT TERM
 fi
