@@ -280,14 +280,16 @@ public:
 
     // Str(X), on to column 25, Str(Y): points no line filled are 0.
     void writeOdf(TextWriter& out) const {
-        std::string& text = out.buffer();
+        constexpr size_t LongestLine = 160;  // room for the writes, not only the text
+        LineBlock lines(out);
         for (size_t i = 0; i < x_.size(); ++i) {
-            appendSignedText(text, x_[i]);
-            out.tab(YColumn);
-            appendSignedText(text, y_[i]);
-            out.endLine();
-            out.flushIfFull();
+            char* line = lines.lineStart(LongestLine);
+            char* end = writeSignedText(tabInLine(line, writeSignedText(line, x_[i]), YColumn), y_[i]);
+            *end++ = '\r';
+            *end++ = '\n';
+            lines.lineEnd(end);
         }
+        lines.handOver();
     }
 
 private:
