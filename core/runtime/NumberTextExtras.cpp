@@ -1,5 +1,6 @@
 #include "core/runtime/NumberTextExtras.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cmath>
 #include <cstring>
@@ -29,12 +30,11 @@ char localeDecimalSeparator() {
 }
 
 void appendLocalePlainText(std::string& out, double v) {
-    const size_t start = out.size();
-    appendPlainText(out, v);
+    char text[64];
+    char* end = writePlainText(text, v);
     const char separator = localeDecimalSeparator();
-    if (separator == '.') return;
-    for (size_t i = start; i < out.size(); ++i)
-        if (out[i] == '.') out[i] = separator;
+    if (separator != '.') std::replace(text, end, '.', separator);
+    out.append(text, end);
 }
 
 void appendSignedText(std::string& out, double v) {
