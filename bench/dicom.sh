@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Benchmark of kestro-convert on DICOM files: copies of the real CT sample
-# (../shared/samples/dcm/CT_small.dcm) converted in one kestro-convert run,
+# (tests/samples/dcm/CT_small.dcm) converted in one kestro-convert run,
 # each to its ".hdr" listing and ".odf" histogram, timed in the same run
 # against dcmdump (Debian package dcmtk, installed when missing) listing the
 # same files in one process into one text file.
@@ -38,7 +38,7 @@ for v in "$files" "$runs"; do
 done
 
 root=$(cd "$(dirname "$0")/.." && pwd)
-sample=$root/../shared/samples/dcm/CT_small.dcm
+sample=$root/tests/samples/dcm/CT_small.dcm
 conv=${1:-$root/build/bin/kestro-convert}
 [ -x "$conv" ] || { echo "dicom.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
 conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")

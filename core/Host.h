@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "core/RunLog.h"
+
 namespace kestro {
 
 enum class StatusColour { Blue, Red };
@@ -41,6 +43,8 @@ public:
     virtual void startingFile(size_t index, size_t count, const std::string& name) {
         (void)index, (void)count, (void)name;
     }
+    // The run is over; its record stays valid until the next run starts.
+    virtual void runLogged(const RunLog& log) { (void)log; }
 };
 
 }  // namespace kestro

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "core/Host.h"
+#include "core/RunLog.h"
 #include "core/runtime/FileTable.h"
 #include "core/runtime/Value.h"
 
@@ -70,6 +71,9 @@ public:
     std::string commandLine;
 
     FileTable files;
+
+    // What the last run did; cleared as the next one starts.
+    RunLog runLog;
 
     // Counted up by the driver as each run starts, for what is reported once a run.
     int64_t runNumber = 0;

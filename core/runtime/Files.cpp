@@ -67,7 +67,17 @@ void writeWholeFile(const std::string& path, std::string_view bytes) {
     out.close();
 }
 
+namespace {
+// One run at a time converts; the DICOM reader's own thread writes while the
+// run's thread waits for it, so a plain pointer serves both.
+OutputObserver* outputObserver = nullptr;
+}  // namespace
+
+ObservingOutputs::ObservingOutputs(OutputObserver* observer) : previous_(outputObserver) { outputObserver = observer; }
+ObservingOutputs::~ObservingOutputs() { outputObserver = previous_; }
+
 OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path) {
+    if (outputObserver) outputObserver->outputOpened(path, mode);
     file_ = std::fopen(path.c_str(), mode == Mode::Append ? "ab" : "wb");
     if (!file_) {
         if (errno == ENOENT) raise(err::PathNotFound);

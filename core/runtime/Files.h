@@ -45,4 +45,25 @@ private:
     bool failed_ = false;
 };
 
+// Told of every output file as it is opened, so that a run can keep its
+// record of what it wrote. A run installs one for its own duration.
+class OutputObserver {
+public:
+    virtual ~OutputObserver() = default;
+    virtual void outputOpened(const std::string& path, OutputFile::Mode mode) = 0;
+};
+
+// Installs `observer` until the guard goes out of scope (the previous one is
+// restored then).
+class ObservingOutputs {
+public:
+    explicit ObservingOutputs(OutputObserver* observer);
+    ~ObservingOutputs();
+    ObservingOutputs(const ObservingOutputs&) = delete;
+    ObservingOutputs& operator=(const ObservingOutputs&) = delete;
+
+private:
+    OutputObserver* previous_;
+};
+
 }  // namespace kestro
