@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs every test: the suite, the Debian package check, the suite again under
+# Runs every test: the suite, the WebAssembly build (its unit tests, the
+# command-line tests, the page in Chromium), the Debian package check, the suite again under
 # AddressSanitizer and UndefinedBehaviorSanitizer, and each fuzz target for a
 # bounded time.
 # "./test.sh quick" runs the suite alone.
@@ -11,6 +12,17 @@ fuzz_seconds=${KESTRO_FUZZ_SECONDS:-30}
 cmake --build build
 ctest --test-dir build --output-on-failure -j2
 [ "${1:-}" = quick ] && exit 0
+
+echo "== The WebAssembly engine and the page (build-web/, built by setup.sh)"
+[ -d web/node_modules ] || (cd web && npm ci --no-audit --no-fund --loglevel=error)
+[ -f build-web/build.ninja ] || NODE_PATH=/usr/share/nodejs emcmake cmake -S . -B build-web -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+NODE_PATH=/usr/share/nodejs cmake --build build-web
+node build-web/kestro_tests.js
+echo "-- The command-line tests against the WebAssembly converter"
+KESTRO_CONVERT_COMMAND="node '$PWD/build-web/kestro-convert.js'" build/bin/kestro_tests --gtest_filter='CliTest.*'
+scripts/compare-web-cli.sh build/bin/kestro-convert build-web/kestro-convert.js
+echo "-- The page in Chromium"
+(cd web && node --test --test-concurrency=1 tests/)
 
 echo "== The Debian package"
 scripts/package-check.sh

@@ -1,0 +1,187 @@
+// The page in a real browser: the same outputs and messages as the desktop
+// program, questions answered both ways, the boxes' rules, the plot and the zip.
+import assert from 'node:assert/strict';
+import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
+import { basename, join } from 'node:path';
+import { after, before, describe, test } from 'node:test';
+import { unzipSync } from 'fflate';
+import {
+  convert, convertNatively, dropFiles, examples, masked, outputs, pickFormat, queueFiles, root, sampleFiles, setBox,
+  startBrowser, status, tempDir,
+} from './support.mjs';
+
+let browser;
+before(async () => { browser = await startBrowser(); });
+after(async () => { await browser.close(); });
+
+const example = (name) => join(examples, name);
+
+// One run through the page and the same run natively: every output alike.
+async function expectSameAsNative(page, { format = 'All', boxes = [], native = [], files }) {
+  // A run that ends early (the CSV table) leaves its queue, as in the window: each run here starts empty.
+  const left = await page.$$eval('#List1 option', (o) => o.map((x) => x.value));
+  if (left.length) {
+    await page.selectOption('#List1', left);
+    await page.click('#remove');
+  }
+  await pickFormat(page, format);
+  for (const box of boxes) await setBox(page, box, true);
+  await queueFiles(page, files);
+  await convert(page);
+  const fromPage = await outputs(page);
+  const { dir, written } = convertNatively(files, native);
+  assert.deepEqual([...fromPage.keys()].sort(), [...written.keys()].sort(), `outputs of ${files.map((f) => basename(f))}`);
+  for (const [name, bytes] of written) {
+    assert.equal(masked(fromPage.get(name), 'DIR'), masked(bytes, dir), name);
+  }
+  for (const box of boxes) await setBox(page, box, false);
+  return fromPage;
+}
+
+describe('conversions', () => {
+  test('every example file gives the native outputs', async () => {
+    const page = await browser.open();
+    const runs = [
+      { boxes: ['SPE'], native: ['--spe'], files: ['iaea.spe', 'ascii.asc', 'rutherford.rbs', 'simulated.sim',
+        'block.dat', 'twocolumn.odf', 'genie.cnf', 'ortec.chn', 'spectech.spu', 'canberra.bin', 'bruker.spx',
+        'generic.xml', 'fastcomtec.mpa', 'omdaq._', 'events.evt'] },
+      { files: ['table.csv'] },
+      { format: 'Canberra S-100 *.mca', native: ['--format', 'Canberra S-100 *.mca'], files: ['s100.mca'] },
+      { format: 'Canberra 35/40 *.mca', native: ['--format', 'Canberra 35/40 *.mca'], files: ['canberra3540.mca'] },
+      { files: ['brukeraxs.raw', 'panalytical.rd'] },
+      { files: ['jcamp-affn.jdx', 'jcamp-asdf.jdx'] },
+      { format: 'Shimadzu *.pho', native: ['--format', 'Shimadzu *.pho'], files: ['shimadzu.pho'] },
+      { format: 'Old TA Instr TGA/DSC', native: ['--format', 'Old TA Instr TGA/DSC'], files: ['tainstruments.001'] },
+      { files: ['thermo.spa', 'galactic.spc', 'spectrum.gaml'] },
+      { boxes: ['ModernRead'], native: ['--modern'], files: ['thermo.spa', 'galactic.spc', 'spectrum.gaml',
+        'fastcomtec.mpa', 'genie.cnf', 'brukeraxs.raw'] },
+      { boxes: ['SPO', 'DsGr', 'LogScale'], native: ['--spo', '--graph', '--log'], files: ['ortec.chn', 'iaea.spe'] },
+    ];
+    for (const run of runs) await expectSameAsNative(page, { ...run, files: run.files.map(example) });
+    console.log(`page ready to convert ${page.readyMs} ms after loading`);
+    await page.close();
+  });
+
+  test('the real samples of every format give the native outputs', async () => {
+    const page = await browser.open();
+    for (const kind of ['chn', 'cnf', 'gaml', 'jcamp', 'mca', 'mpa', 'raw', 'spa', 'spc', 'spe']) {
+      for (const modern of [false, true]) {
+        await expectSameAsNative(page, {
+          boxes: modern ? ['ModernRead'] : [], native: modern ? ['--modern'] : [], files: sampleFiles(kind),
+        });
+      }
+    }
+    await page.close();
+  });
+});
+
+describe('messages', () => {
+  test('a refused file, a run-time error and DICOM show the desktop texts, and the next run works', async () => {
+    let page = await browser.open();
+    const dir = tempDir();
+    const foo = join(dir, 'x.foo');
+    writeFileSync(foo, '5\r\n');
+    const chn = join(dir, 'short.chn');
+    writeFileSync(chn, Buffer.from([0xff, 0xff, 1]));
+
+    await page.fill('#Text1', '-dat');
+    await dropFiles(page, [foo]);
+    let boxes = await convert(page);
+    assert.deepEqual(boxes, [{ text: 'Option no longer supported! Set the SPE/SPO appropriate selection and try again!!',
+      icon: 'critical', yesNo: false }]);
+
+    // A fresh page: the typed "-dat" stays the format option.
+    await page.close();
+    page = await browser.open();
+    await dropFiles(page, [chn]);
+    const native = convertNatively([chn], []);
+    boxes = await convert(page);
+    assert.equal(boxes.length, 1);
+    assert.equal(`${boxes[0].icon}: ${boxes[0].text}\n`, masked(Buffer.from(native.err), native.dir));
+    // The failed run writes no status line, as the converter's empty standard output shows.
+    assert.equal((await status(page)).text, native.out);
+    assert.equal(await page.$$eval('#List1 option', (o) => o.length), 0, 'the queue is cleared');
+    assert.deepEqual(await convert(page), []);
+    assert.deepEqual(await status(page), { text: 'Add files first !', red: true });
+
+    // DICOM needs DCMTK, which only the desktop program has.
+    await dropFiles(page, [join(examples, 'image.dcm')]);
+    boxes = await convert(page);
+    assert.match(boxes[0].text, /DICOM files need the desktop program/);
+
+    // The engine is still there: a good file converts.
+    await dropFiles(page, [example('ortec.chn')]);
+    assert.deepEqual(await convert(page), []);
+    assert.deepEqual(await status(page), { text: 'Finished 1 files', red: false });
+    await page.close();
+  });
+
+  test('a Yes/No question is answered both ways', async () => {
+    const page = await browser.open();
+    const dir = tempDir();
+    const foo = join(dir, 'x.foo');
+    writeFileSync(foo, '5\r\n');
+    const question = 'WARNING: format option not recognized! Conversion may be awkward, proceed?';
+    await pickFormat(page, 'Canberra S-100 *.mca');
+    for (const answer of ['yes', 'no']) {
+      await dropFiles(page, [foo]);
+      const boxes = await convert(page, answer);
+      assert.deepEqual(boxes[0], { text: question, icon: '', yesNo: true }); // no icon, as in the window
+      const written = await outputs(page);
+      assert.equal(written.size > 0, answer === 'yes', `outputs after ${answer}`);
+    }
+    await page.close();
+  });
+});
+
+describe('controls', () => {
+  test('SPE and SPO exclude each other, and a format entry has its effects', async () => {
+    const page = await browser.open();
+    // The engine answers each click with the boxes as they now are.
+    const shows = (spe, spo) => page.waitForFunction(([e, o]) =>
+      document.getElementById('SPE').checked === e && document.getElementById('SPO').checked === o, [spe, spo]);
+    await page.click('#SPE');
+    await shows(true, false);
+    await page.click('#SPO');
+    await shows(false, true);
+    await page.click('#SPE');
+    await shows(true, false);
+    await page.click('#SPE');
+    await shows(false, false);
+    await pickFormat(page, 'Genie2K *.cnf');
+    await page.waitForFunction(() => document.getElementById('Text1').value === '*.cnf');
+    await pickFormat(page, 'OriginLab (X,Y) *.odf');
+    await page.waitForSelector('#rOMDAQ:not([hidden])');
+    assert.equal(await page.$$eval('#formats option', (o) => o.length), 24);
+    await page.close();
+  });
+
+  test('the plot shows with GRAPH ticked, its readout names the nearest point, and the zip holds every output', async () => {
+    const page = await browser.open();
+    await pickFormat(page, 'All');
+    await setBox(page, 'DsGr', true);
+    await setBox(page, 'SPE', true);
+    await queueFiles(page, [example('ortec.chn'), example('iaea.spe')]);
+    await convert(page);
+    await page.waitForSelector('#SpecPlot:not([hidden])');
+    const box = await page.locator('#plotCanvas').boundingBox();
+    await page.mouse.move(box.x + box.width * 0.4, box.y + box.height / 2);
+    const readout = await page.textContent('#readout');
+    const expected = await page.evaluate(([px, py]) => {
+      const plot = window.kestroPage.plot;
+      const i = plot.nearest(plot.toValue(px, py)[0]);
+      return [plot.xs[i], plot.ys[i]];
+    }, [box.width * 0.4, box.height / 2]);
+    assert.match(readout, new RegExp(`^X = ${expected[0]}\\s+Y = ${expected[1]}$`));
+    mkdirSync(join(root, 'docs/images'), { recursive: true });
+    await page.mouse.move(box.x + box.width * 0.62, box.y + box.height * 0.6);
+    await page.screenshot({ path: join(root, 'docs/images/web-page.png'), fullPage: true });
+
+    const [download] = await Promise.all([page.waitForEvent('download'), page.click('#downloadZip')]);
+    const zip = unzipSync(readFileSync(await download.path()));
+    const written = await outputs(page);
+    assert.deepEqual(Object.keys(zip).sort(), [...written.keys()].sort());
+    for (const [name, bytes] of written) assert.deepEqual(Buffer.from(zip[name]), bytes, name);
+    await page.close();
+  });
+});
