@@ -19,7 +19,8 @@ let outputs = new Map(); // "folder/name" -> {name, blob}
 let running = false;
 let pending = Promise.resolve(); // folder writes, in order
 const plot = new SpecPlot($('plotCanvas'), $('readout'));
-window.kestroPage = { plot, outputs: () => outputs, state: () => engineState, queue: () => queue };
+// For scripts and tests: what the page holds, and a folder given without the picker.
+window.kestroPage = { plot, outputs: () => outputs, state: () => engineState, queue: () => queue, useFolder: (h) => useFolder(h) };
 
 // ---- the engine's worker ----
 

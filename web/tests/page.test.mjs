@@ -184,4 +184,32 @@ describe('controls', () => {
     for (const [name, bytes] of written) assert.deepEqual(Buffer.from(zip[name]), bytes, name);
     await page.close();
   });
+
+  test('outputs are written beside the inputs in the picked folder', async () => {
+    const page = await browser.open();
+    // The browser's private folder stands in for a folder the user picked.
+    const input = readFileSync(example('ortec.chn')).toString('base64');
+    await page.evaluate(async (b64) => {
+      const folder = await (await navigator.storage.getDirectory()).getDirectoryHandle('picked', { create: true });
+      const writable = await (await folder.getFileHandle('ortec.chn', { create: true })).createWritable();
+      await writable.write(Uint8Array.from(atob(b64), (c) => c.charCodeAt(0)));
+      await writable.close();
+      await window.kestroPage.useFolder(folder);
+    }, input);
+    await pickFormat(page, 'ORTEC/Maestro *.chn');
+    await page.selectOption('#File1', { label: 'ortec.chn' });
+    await page.click('#addfile');
+    await setBox(page, 'SPE', true);
+    assert.deepEqual(await convert(page), []);
+    const inFolder = await page.evaluate(async () => {
+      const folder = await (await navigator.storage.getDirectory()).getDirectoryHandle('picked');
+      const found = {};
+      for await (const entry of folder.values()) found[entry.name] = (await entry.getFile()).size;
+      return found;
+    });
+    const written = await outputs(page);
+    assert.deepEqual(Object.keys(inFolder).sort(), ['ortec.chn', ...written.keys()].sort());
+    for (const [name, bytes] of written) assert.equal(inFolder[name], bytes.length, name);
+    await page.close();
+  });
 });
