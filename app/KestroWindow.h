@@ -16,7 +16,9 @@ class QLineEdit;
 class QListWidget;
 class QProgressBar;
 class QPushButton;
+class QToolButton;
 class QTreeView;
+class QTreeWidget;
 class SpecPlot;
 
 class Kestro : public QWidget, public kestro::Host {
@@ -47,6 +49,7 @@ public:
     void wait(double seconds) override;
     void boxesChanged() override;
     void queueChanged() override;
+    void runLogged(const kestro::RunLog& log) override;
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -70,6 +73,9 @@ private slots:
     void Text1_Change(const QString& text);
     void Combo1_Click(int index);
     void Combo1_Change(const QString& text);
+    void Dir1_CurrentChanged(const QModelIndex& index);
+    void Path_Enter();
+    void revealFolder(const QString& loaded);
 
 private:
     void createControls();
@@ -80,16 +86,20 @@ private:
     void queueFiles(const QStringList& fullPaths);
     void afterQueueing();
     void paintNow();
+    void placePlot();
+    void showResult(const QString& odfName);
 
     kestro::Session session_;
     QString folder_;
     QString shownPattern_;  // the pattern the file list was last filled with
     bool syncing_ = false;
+    bool revealing_ = false;  // the tree still scrolls to the folder as its parents load
 
     QComboBox* Drive1;
     QTreeView* Dir1;
     QFileSystemModel* folders_;
     QListWidget* File1;
+    QLineEdit* Path;
     QLineEdit* Text1;
     QComboBox* Combo1;
     QListWidget* List1;
@@ -115,6 +125,8 @@ private:
     QLabel* linlogLabel;
     QLineEdit* Text2;
     QProgressBar* ProgressBar1;
+    QToolButton* Details;
+    QTreeWidget* RunLogList;
     QLabel* Label1;
     QLabel* Label2;
     QLabel* Label3;
