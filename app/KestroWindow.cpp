@@ -32,6 +32,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <climits>
 
 #include "app/Remembered.h"
 #include "batch/Driver.h"
@@ -557,35 +558,39 @@ void Kestro::showResult(const QString& odfName) {
     plot_->applyScale(session_.boxes.LogScale);
 }
 
-// Fully on the screen: beside the main window where there is room, else over
-// it but clear of its status line and progress bar.
-void Kestro::placePlot() {
-    const QRect screen = this->screen()->availableGeometry();
-    const QRect main = frameGeometry();
-    const QMargins frame(geometry().left() - main.left(), geometry().top() - main.top(),
-                         main.right() - geometry().right(), main.bottom() - geometry().bottom());
-    QRect at(QPoint(), plot_->size().grownBy(frame).boundedTo(screen.size()));
+QRect Kestro::plotPlacement(const QRect& screen, const QRect& main, QSize plot, int statusTop, int statusBottom) {
+    QRect at(QPoint(), plot.boundedTo(screen.size()));
     if (main.right() + at.width() <= screen.right()) {
         at.moveTopLeft({main.right() + 1, main.top()});
     } else if (main.left() - at.width() >= screen.left()) {
         at.moveTopLeft({main.left() - at.width(), main.top()});
     } else {
-        int statusTop = Text2->mapToGlobal(QPoint()).y(), statusBottom = statusTop + Text2->height();
-        for (QWidget* w : {static_cast<QWidget*>(ProgressBar1), static_cast<QWidget*>(Details)}) {
-            statusTop = std::min(statusTop, w->mapToGlobal(QPoint()).y());
-            statusBottom = std::max(statusBottom, w->mapToGlobal(QPoint()).y() + w->height());
-        }
-        const int above = statusTop - screen.top(), below = screen.bottom() + 1 - statusBottom;
+        // Over the main window, on the side of its status line with more room.
+        const int above = statusTop - screen.top(), below = screen.bottom() - statusBottom;
         at.moveLeft(main.left() + 40);
         if (above >= below) {
             at.setHeight(std::min(at.height(), above));
             at.moveTop(std::max(screen.top(), statusTop - at.height()));
         } else {
             at.setHeight(std::min(at.height(), below));
-            at.moveTop(statusBottom);
+            at.moveTop(statusBottom + 1);
         }
     }
-    at = inside(at, screen);
+    return inside(at, screen);
+}
+
+void Kestro::placePlot() {
+    const QRect main = frameGeometry();
+    const QMargins frame(geometry().left() - main.left(), geometry().top() - main.top(),
+                         main.right() - geometry().right(), main.bottom() - geometry().bottom());
+    int statusTop = INT_MAX, statusBottom = INT_MIN;
+    for (QWidget* w : {static_cast<QWidget*>(Text2), static_cast<QWidget*>(ProgressBar1)}) {
+        const QRect r(w->mapToGlobal(QPoint()), w->size());
+        statusTop = std::min(statusTop, r.top());
+        statusBottom = std::max(statusBottom, r.bottom());
+    }
+    const QRect at = plotPlacement(screen()->availableGeometry(), main, plot_->size().grownBy(frame), statusTop,
+                                   statusBottom);
     plot_->resize(at.size().shrunkBy(frame));
     plot_->move(at.topLeft());
 }

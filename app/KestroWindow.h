@@ -39,6 +39,11 @@ public:
     void showFolder(const QString& path);
     QString folder() const { return folder_; }
 
+    // Where the plot window goes (frame rectangles, global coordinates):
+    // fully on `screen`, beside `main` where there is room, otherwise over it
+    // but clear of the status line's rows statusTop to statusBottom.
+    static QRect plotPlacement(const QRect& screen, const QRect& main, QSize plot, int statusTop, int statusBottom);
+
     // Host
     void showStatus(const std::string& text, kestro::StatusColour colour) override;
     void showProgress(int value) override;

@@ -176,6 +176,7 @@ private slots:
         QVERIFY(QFile::copy(KESTRO_SAMPLES_DIR "/raw/format1.raw", w.dir.filePath("format1.raw")));
         w.queue({"format1.raw"});
         QTest::mouseClick(w.get<QCheckBox>("DsGr"), Qt::LeftButton);
+        QTest::mouseClick(w.get<QCheckBox>("ModernRead"), Qt::LeftButton);
         w.run();
         SpecPlot* plot = w.window.specPlot();
         QComboBox* results = plot->results();
@@ -212,17 +213,16 @@ private slots:
             QVERIFY(!plot.intersects(globalRect(w.get<QLineEdit>("Text2"))));
             QVERIFY(!plot.intersects(globalRect(w.get<QProgressBar>("ProgressBar1"))));
         }
-        {
-            // Room on the right: beside it, at the size the plot asks for.
-            Window w;
-            w.window.setGeometry(QRect(screen.topLeft(), QSize(screen.width() / 3, screen.height() / 3)));
-            QTest::qWait(20);
-            w.window.plot({{0, 1}, {1, 2}}, 2, "/data/a.odf");
-            const QRect plot = w.window.specPlot()->frameGeometry();
-            QVERIFY(screen.contains(plot));
-            QVERIFY(plot.left() > w.window.frameGeometry().right());
-            QCOMPARE(w.window.specPlot()->size(), w.window.size() * 1.05);
-        }
+
+        // The rule itself on a larger screen (rows 900 to 940 are the status line).
+        const QRect wide(0, 0, 1920, 1080);
+        const QSize plot(840, 1050);
+        QCOMPARE(Kestro::plotPlacement(wide, QRect(0, 0, 800, 1000), plot, 900, 940), QRect(800, 0, 840, 1050));
+        QCOMPARE(Kestro::plotPlacement(wide, QRect(1100, 50, 800, 1000), plot, 900, 940), QRect(260, 30, 840, 1050));
+        // No room on either side: above the status line, shortened to fit.
+        QCOMPARE(Kestro::plotPlacement(wide, QRect(500, 0, 800, 1000), plot, 900, 940), QRect(540, 0, 840, 900));
+        // Status line near the top: below it.
+        QCOMPARE(Kestro::plotPlacement(wide, QRect(500, 0, 800, 250), plot, 200, 240), QRect(540, 241, 840, 839));
     }
 
     void folderTreeAndPathFieldShowWhereYouAre() {
