@@ -293,25 +293,38 @@ private slots:
 
     void runLogAfterARunTimeError() {
         Window w;
-        w.file("good.odf", "0 1\r\n");
-        // Counts cut short: the reader reads past the end.
-        w.file("bad.mpa", "mpafmt=asc\r\n[ADC0]\r\nrange=9\r\nactive=1\r\n[ADC1]\r\n[ADC2]\r\n[ADC3]\r\n"
-                          "[D]\r\na\r\nb\r\n1\r\n");
+        w.file("good.odf", "0 1\r\n1 2\r\n");
+        // A Genie2K file cut short: its records point past the end.
+        QFile whole(KESTRO_SAMPLES_DIR "/cnf/SMP00011.CNF");
+        QVERIFY(whole.open(QIODevice::ReadOnly));
+        w.file("cut.cnf", whole.read(20000));
         w.file("later.odf", "0 1\r\n");
-        w.queue({"good.odf", "bad.mpa", "later.odf", "good.odf"});
+        w.queue({"good.odf", "cut.cnf", "later.odf", "good.odf"});
+        QTest::mouseClick(w.get<QCheckBox>("SPE"), Qt::LeftButton);
         w.run();
-        QCOMPARE(w.messages.size(), size_t{1});  // the driver's message, as it always was
+        // The driver's message, as it always was (it names no file).
+        QCOMPARE(w.messages.size(), size_t{1});
+        QVERIFY(QString::fromStdString(w.messages[0]).startsWith("! CHECK FOR ERROR !\nError 63 Bad record number"));
         const QStringList rows = w.log();
         QCOMPARE(rows.size(), 4);
-        QCOMPARE(rows[0], QString("good.odf | wrote good.dat"));
-        QVERIFY2(rows[1].startsWith("bad.mpa | stopped: Error 62 Input past end of file: the file ends before"),
+        QCOMPARE(rows[0], QString("good.odf | wrote good.spe"));
+        QVERIFY2(rows[1].startsWith("cut.cnf | stopped: Error 63 Bad record number: the file ends before its "
+                                    "contents do (damaged or cut short)"),
                  qPrintable(rows[1]));
-        QVERIFY(rows[1].contains("written before it stopped: F0bad.odf"));
         QCOMPARE(rows[2], QString("later.odf | not reached"));
         QCOMPARE(rows[3], QString("good.odf | not reached"));
         // A run that stopped shows its record at once.
         QVERIFY(w.get<QTreeWidget>("RunLog")->isVisible());
         QVERIFY(w.get<QToolButton>("Details")->isChecked());
+
+        // Outputs written before the failure are named.
+        w.file("bad.mpa", "mpafmt=asc\r\n[ADC0]\r\nrange=9\r\nactive=1\r\n[ADC1]\r\n[ADC2]\r\n[ADC3]\r\n"
+                          "[D]\r\na\r\nb\r\n1\r\n");
+        w.queue({"bad.mpa"});
+        w.run();
+        QCOMPARE(w.log().size(), 1);
+        QVERIFY(w.log()[0].startsWith("bad.mpa | stopped: Error 62 Input past end of file"));
+        QVERIFY(w.log()[0].endsWith("written before it stopped: F0bad.odf"));
     }
 
     void runLogAfterARefusalAndChangedBoxes() {
@@ -339,6 +352,17 @@ private slots:
                                   "patient grassshopper"));
         QCOMPARE(rows[1], QString("z.odf | wrote z.dat"));
         QCOMPARE(rows[2], QString("(box) | LOG unticked by choosing \"Thermo-Scientific *.spa\""));
+
+        // A reader that unticks GRAPH says so.
+        QVERIFY(QFile::copy(KESTRO_SAMPLES_DIR "/../../examples/shimadzu.pho", w.dir.filePath("shimadzu.pho")));
+        const int pho = combo->findText("Shimadzu *.pho");
+        combo->setCurrentIndex(pho);
+        emit combo->activated(pho);
+        QTest::mouseClick(w.get<QCheckBox>("DsGr"), Qt::LeftButton);
+        w.queue({"shimadzu.pho"});
+        w.run();
+        QCOMPARE(w.log(), QStringList({"shimadzu.pho | wrote shimadzu.hdrx",
+                                       "(box) | GRAPH unticked by the reader of shimadzu.pho"}));
     }
 };
 
