@@ -181,7 +181,11 @@ void SpecPlot::fillSeries(bool logarithmic) {
 void SpecPlot::applyScale(bool logarithmic) {
     logarithmic_ = logarithmic;
     fillSeries(logarithmic);
+    // A removed axis's labels stay in the scene until the event loop runs
+    // again, which during a run is only at its end: over the next plot's
+    // labels, unless hidden before the axis goes.
     for (QAbstractAxis* axis : chart_->axes()) {
+        axis->setLabelsVisible(false);
         chart_->removeAxis(axis);
         delete axis;
     }

@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QFile>
 #include <QFileSystemModel>
+#include <QGraphicsTextItem>
 #include <QLabel>
 #include <QLineEdit>
 #include <QLineSeries>
@@ -36,6 +37,15 @@ QValueAxis* xAxisOf(const SpecPlot& plot) { return static_cast<QValueAxis*>(plot
 bool roundStep(double step) {
     const double mantissa = step / std::pow(10.0, std::floor(std::log10(step) + 1e-9));
     return std::abs(mantissa - 1) < 1e-9 || std::abs(mantissa - 2) < 1e-9 || std::abs(mantissa - 5) < 1e-9;
+}
+
+// The texts the chart's scene shows: title and axis labels.
+QStringList shownTexts(const SpecPlot& plot) {
+    QStringList texts;
+    for (QGraphicsItem* item : plot.view()->scene()->items())
+        if (auto* text = dynamic_cast<QGraphicsTextItem*>(item); text && text->isVisible())
+            texts << text->toPlainText();
+    return texts;
 }
 
 QRect globalRect(QWidget* w) { return QRect(w->mapToGlobal(QPoint()), w->size()); }
@@ -141,6 +151,27 @@ private slots:
         plot.chart()->zoom(3.7);
         QVERIFY(roundStep(xAxisOf(plot)->tickInterval()));
         QVERIFY(xAxisOf(plot)->max() - xAxisOf(plot)->min() < 15);
+    }
+
+    void axesShowOnlyTheLabelsOfThePlotShown() {
+        SpecPlot plot;
+        plot.showAxes(true);
+        plot.plot({{0, 0}, {60, 600}}, "/data/first.odf", QSize(400, 300));
+        plot.applyScale(false);
+        plot.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&plot));
+        // Within a run, as here, nothing deferred is deleted until it ends.
+        for (int i = 0; i < 20; ++i) QCoreApplication::processEvents();
+        plot.plot({{4000, 0.5}, {1000, 0.8}}, "/data/next.odf", QSize(400, 300));
+        plot.applyScale(false);
+        for (int i = 0; i < 20; ++i) QCoreApplication::processEvents();
+        const QStringList texts = shownTexts(plot);
+        QVERIFY2(texts.contains("4000") && texts.contains("0.50"), qPrintable(texts.join(' ')));
+        for (const QString& text : texts) {
+            bool number = false;
+            const double v = text.toDouble(&number);
+            QVERIFY2(!number || (v >= 0.5 && v <= 0.8) || (v >= 1000 && v <= 4000), qPrintable(text));
+        }
     }
 
     void readoutFollowsZoomPanAndHome() {
