@@ -381,18 +381,24 @@ TEST_F(DicomFiles, DictionaryIsFoundWhereverDcmtkIsToldToLook) {
 
 std::string word(uint32_t w) { return std::string(reinterpret_cast<const char*>(&w), 4); }
 
-// A CSA header of the "SV10" layout: each element with its items (an empty
-// text is an item of length 0, as scanners write most of them).
-std::string csaHeader(const std::vector<std::pair<std::string, std::vector<std::string>>>& elements) {
-    std::string h = "SV10" + std::string("\4\3\2\1", 4) + word(static_cast<uint32_t>(elements.size())) + word(77);
+// A CSA header, each element with its items (an empty text is an item of
+// length 0, as scanners write most of them). The older layout has no "SV10"
+// and stores each item's length plus the first element's item count.
+std::string csaHeader(const std::vector<std::pair<std::string, std::vector<std::string>>>& elements,
+                      bool older = false) {
+    std::string h = older ? "" : "SV10" + std::string("\4\3\2\1", 4);
+    h += word(static_cast<uint32_t>(elements.size())) + word(77);
+    const uint32_t bias = older && !elements.empty() ? static_cast<uint32_t>(elements[0].second.size()) : 0;
     for (const auto& [name, items] : elements) {
         std::string field = name;
         field.resize(64, '\0');
-        h += field + word(1) + std::string("IS\0\0", 4) + word(6) + word(static_cast<uint32_t>(items.size())) + word(77);
+        h += field + word(1) + std::string("IS\0\0", 4) + word(6);
+        h += word(static_cast<uint32_t>(items.size())) + word(77);
         for (const std::string& item : items) {
             const std::string text = item.empty() ? item : item + '\0';
             const auto n = static_cast<uint32_t>(text.size());
-            h += word(n) + word(n) + word(77) + word(n) + text + std::string((4 - n % 4) % 4, '\0');
+            const std::string length = word(n + bias);
+            h += length + length + word(77) + length + text + std::string((4 - n % 4) % 4, '\0');
         }
     }
     return h;
@@ -468,20 +474,7 @@ TEST_F(SiemensFiles, FirstSpectrumRealPartsByPointIndex) {
 }
 
 TEST_F(SiemensFiles, OlderCsaLayoutWithoutSignature) {
-    // No "SV10": items store their length plus the first element's item count.
-    std::string h = word(2) + word(77);
-    const auto element = [&](const std::string& name, const std::vector<std::string>& items) {
-        std::string field = name;
-        field.resize(64, '\0');
-        h += field + word(1) + std::string("IS\0\0", 4) + word(6) + word(static_cast<uint32_t>(items.size())) +
-             word(77);
-        for (const std::string& item : items) {
-            const auto n = static_cast<uint32_t>(item.size());
-            h += word(n + 3) + word(n + 3) + word(77) + word(n + 3) + item + std::string((4 - n % 4) % 4, '\0');
-        }
-    };
-    element("SliceThickness", {"20", "", ""});
-    element("DataPointColumns", {"", "1024"});
+    const std::string h = csaHeader({{"SliceThickness", {"20", "", ""}}, {"DataPointColumns", {"", "1024"}}}, true);
     const CsaItem columns = findCsaItem(h, "DataPointColumns");
     EXPECT_TRUE(columns.found);
     EXPECT_EQ(columns.text, "1024");
@@ -501,7 +494,8 @@ TEST_F(SiemensFiles, BadCountsAreNamedAndTheBatchGoesOn) {
         {"elements", good.substr(0, 8) + word(1000000) + good.substr(12), points,
          "the CSA header claims 1000000 elements at byte 16, where 104 bytes are left"},
         {"items", overrunItems, points, "the CSA header claims 127 items at byte 100, where 20 bytes are left"},
-        {"length", overrunLength, points, "the CSA header claims 64 bytes in an item at byte 116, where 4 bytes are left"},
+        {"length", overrunLength, points,
+         "the CSA header claims 64 bytes in an item at byte 116, where 4 bytes are left"},
         {"short", "SV10", points, "the CSA header is too short (4 bytes)"},
         {"absent", csaHeader({{"DataPointRows", {"2"}}}), points, "no CSA header gives DataPointColumns"},
         {"zero", csaHeader({{"DataPointColumns", {"0"}}}), points, "DataPointColumns is \"0\""},

@@ -126,6 +126,8 @@ DcmElement* privateElement(DcmItem& dataset, Uint16 group, std::string_view crea
     for (DcmObject* o = dataset.nextInContainer(nullptr); o; o = dataset.nextInContainer(o)) {
         const DcmTagKey key = o->getTag();
         if (key.getGroup() != group || key.getElement() < 0x10 || key.getElement() > 0xFF) continue;
+        // A creator is a short text (LO, 64 characters at most): longer values are not read as text.
+        if (o->getLength() > 64) continue;
         OFString text;
         if (static_cast<DcmElement*>(o)->getOFString(text, 0).bad() || trimmedText(text) != creator) continue;
         DcmElement* element = nullptr;
