@@ -106,6 +106,13 @@ QString resultDetail(const RunLogFile& file) {
     return lines.join('\n');
 }
 
+// The window manager's frame around a top-level widget.
+QMargins frameMargins(const QWidget& w) {
+    const QRect outer = w.frameGeometry(), inner = w.geometry();
+    return {inner.left() - outer.left(), inner.top() - outer.top(), outer.right() - inner.right(),
+            outer.bottom() - inner.bottom()};
+}
+
 // `rect` moved (and if need be shrunk) to lie inside `area`.
 QRect inside(QRect rect, const QRect& area) {
     rect.setSize(rect.size().boundedTo(area.size()));
@@ -540,8 +547,14 @@ void Kestro::plot(const PlotPoints& points, int64_t, const std::string& name) {
                 results << qs(output);
     if (!results.contains(qs(name))) results.prepend(qs(name));
     plot_->setResults(results, static_cast<int>(results.indexOf(qs(name))));
-    if (!shown) placePlot();
-    else plot_->move(inside(plot_->frameGeometry(), plot_->screen()->availableGeometry()).topLeft());
+    if (!shown) {
+        placePlot();
+    } else {
+        // Where the user left it, but still fully on screen at its new size.
+        const QRect at = inside(plot_->frameGeometry(), plot_->screen()->availableGeometry());
+        plot_->resize(at.size().shrunkBy(frameMargins(*plot_)));
+        plot_->move(at.topLeft());
+    }
     plot_->show();
     plot_->raise();
     paintNow();
@@ -580,9 +593,9 @@ QRect Kestro::plotPlacement(const QRect& screen, const QRect& main, QSize plot, 
 }
 
 void Kestro::placePlot() {
+    // The plot is framed as the main window is.
     const QRect main = frameGeometry();
-    const QMargins frame(geometry().left() - main.left(), geometry().top() - main.top(),
-                         main.right() - geometry().right(), main.bottom() - geometry().bottom());
+    const QMargins frame = frameMargins(*this);
     int statusTop = INT_MAX, statusBottom = INT_MIN;
     for (QWidget* w : {static_cast<QWidget*>(Text2), static_cast<QWidget*>(ProgressBar1)}) {
         const QRect r(w->mapToGlobal(QPoint()), w->size());

@@ -429,7 +429,7 @@ std::string errorForLog(int number, const std::string& description) {
     if (number == err::InputPastEnd || number == err::BadRecordNumber)
         text += ": the file ends before its contents do (damaged or cut short)";
     else if (number == err::PathFileAccess)
-        text += ": a file could not be written (locked, or no permission in the folder)";
+        text += ": a file could not be read or written (locked, or no permission in the folder)";
     return text;
 }
 

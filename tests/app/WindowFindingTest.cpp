@@ -243,6 +243,11 @@ private slots:
                                                             .arg(plot.width()).arg(plot.height())));
             QVERIFY(!plot.intersects(globalRect(w.get<QLineEdit>("Text2"))));
             QVERIFY(!plot.intersects(globalRect(w.get<QProgressBar>("ProgressBar1"))));
+            // The next plot keeps it where it is, still on screen.
+            w.window.specPlot()->move(screen.topLeft() + QPoint(30, 20));
+            w.window.plot({{0, 1}, {1, 2}}, 2, "/data/b.odf");
+            QVERIFY(screen.contains(w.window.specPlot()->frameGeometry()));
+            QCOMPARE(w.window.specPlot()->frameGeometry().top(), screen.top() + 20);
         }
 
         // The rule itself on a larger screen (rows 900 to 940 are the status line).
