@@ -7,8 +7,8 @@ cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
           qt6-base-dev qt6-charts-dev libqt6opengl6-dev libdcmtk-dev
-          dpkg-dev file lintian   # these three build and check the Debian package
-          emscripten nodejs npm chromium)  # the web build, its page's packages and browser tests
+          dpkg-dev file lintian appstream   # these four build and check the Debian package
+          emscripten nodejs npm chromium)   # the web build, its page's packages and browser tests
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
