@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Benchmark of the page: the engine as WebAssembly in the page's worker, in
-# headless Chromium, against the native kestro-convert in the same run.
+# headless Chromium, against the native kestro-convert in the same run, both
+# with SPE ticked.
 #
 # Usage: bench/web.sh [-n LINES] [-f FILES] [-r RUNS]
 #
@@ -21,7 +22,7 @@ while getopts ':n:f:r:h' opt; do
     n) lines=$OPTARG ;;
     f) cnf_files=$OPTARG ;;
     r) runs=$OPTARG ;;
-    *) sed -n '4,9s/^# \{0,1\}//p' "$0"; exit 2 ;;
+    *) sed -n '6,11s/^# \{0,1\}//p' "$0"; exit 2 ;;
   esac
 done
 native="$root/build/bin/kestro-convert"
@@ -67,12 +68,12 @@ report() {
   awk -v w="$what" -v n="$native" -v b="$web" 'BEGIN { printf "%-34s native %6d ms   page %6d ms   %.2f x\n", w, n, b, b / (n > 0 ? n : 1) }'
 }
 
-odf_native=$(native_ms "$work/odf" two-column.odf)
-read -r _ odf_ready _ odf_web < <(node "$root/web/bench.mjs" "$runs" All - "$work/odf/two-column.odf")
+odf_native=$(native_ms "$work/odf" --spe two-column.odf)
+read -r _ odf_ready _ odf_web < <(node "$root/web/bench.mjs" "$runs" All SPE "$work/odf/two-column.odf")
 cnf_native=$(native_ms "$work/cnf" --spe "$work"/cnf/*.cnf)
 read -r _ cnf_ready _ cnf_web < <(node "$root/web/bench.mjs" "$runs" All SPE "$work"/cnf/*.cnf)
 
-report "two-column .odf, $lines lines" "$odf_native" "$odf_web"
+report "two-column .odf, $lines lines, SPE" "$odf_native" "$odf_web"
 report "$cnf_files .cnf files, SPE" "$cnf_native" "$cnf_web"
 ready=$((odf_ready < cnf_ready ? odf_ready : cnf_ready))
 echo "page ready to convert: $ready ms after loading"

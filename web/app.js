@@ -325,6 +325,15 @@ $('Combo1').addEventListener('input', (e) => {
   if (index >= 0) send({ type: 'pickFormat', index });
   else send({ type: 'typeFormat', text: e.target.value });
 });
+// The list offers every entry while the selector has the focus (a browser
+// shows only the entries that match the text in the box).
+$('Combo1').addEventListener('focus', (e) => {
+  e.target.dataset.shown = e.target.value;
+  e.target.value = '';
+});
+$('Combo1').addEventListener('blur', (e) => {
+  if (e.target.value === '') e.target.value = e.target.dataset.shown || '';
+});
 for (const name of boxNames) {
   $(name).addEventListener('click', (e) => send({ type: 'setBox', name, on: e.target.checked }));
 }

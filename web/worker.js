@@ -39,29 +39,36 @@ const host = {
   },
   scale: (logarithmic) => post({ type: 'scale', logarithmic }),
   changed() {},
-  starting(index, count, name) {
-    if (index > 0) sendOutputs();
-    post({ type: 'starting', index, count, name });
+  starting: (index, count, name) => post({ type: 'starting', index, count, name }),
+  outputs(paths) {
+    for (const path of new Set(paths)) sendOutput(path);
   },
 };
 
-// Every regular file under the run's folders that the page has not seen as it is now.
+// One output, unless the page has it as it is now.
+function sendOutput(path) {
+  const root = `/run/${runNumber}/`;
+  if (!path.startsWith(root) || !FS.analyzePath(path).exists) return;
+  const stat = FS.lstat(path);
+  if (!FS.isFile(stat.mode)) return;
+  const seen = `${stat.size}:${stat.mtime.getTime()}`;
+  if (sent.get(path) === seen) return;
+  sent.set(path, seen);
+  const [folder, ...name] = path.slice(root.length).split('/');
+  if (name.length !== 1) return;
+  const bytes = FS.readFile(path);
+  post({ type: 'output', folder: Number(folder), name: name[0], bytes }, [bytes.buffer]);
+}
+
+// Every file in the run's folders that the page has not seen as it is now:
+// before a message box (a failed file's outputs stay), and at the end.
 function sendOutputs() {
   const root = `/run/${runNumber}`;
   if (!FS.analyzePath(root).exists) return;
   for (const folder of FS.readdir(root)) {
     if (folder === '.' || folder === '..') continue;
-    const dir = `${root}/${folder}`;
-    for (const name of FS.readdir(dir)) {
-      const path = `${dir}/${name}`;
-      if (name === '.' || name === '..') continue;
-      const stat = FS.lstat(path);
-      if (!FS.isFile(stat.mode)) continue;
-      const seen = `${stat.size}:${stat.mtime.getTime()}`;
-      if (sent.get(path) === seen) continue;
-      sent.set(path, seen);
-      const bytes = FS.readFile(path);
-      post({ type: 'output', folder: Number(folder), name, bytes }, [bytes.buffer]);
+    for (const name of FS.readdir(`${root}/${folder}`)) {
+      if (name !== '.' && name !== '..') sendOutput(`${root}/${folder}/${name}`);
     }
   }
 }
@@ -77,6 +84,27 @@ function removeTree(path) {
   FS.rmdir(path);
 }
 
+// The readers ask for a few kilobytes at a time; each read of a File costs
+// far more than its bytes. Reads go through one block of up to 1 MB read
+// ahead, so a file is still read where it is, never copied whole.
+const READ_AHEAD = 1 << 20;
+let block = null; // {node, start, bytes}
+function readAhead(stream, buffer, offset, length, position) {
+  const node = stream.node;
+  if (position >= node.size) return 0;
+  const n = Math.min(length, node.size - position);
+  if (n >= READ_AHEAD) {
+    buffer.set(new Uint8Array(new FileReaderSync().readAsArrayBuffer(node.contents.slice(position, position + n))), offset);
+    return n;
+  }
+  if (!block || block.node !== node || position < block.start || position + n > block.start + block.bytes.length) {
+    const end = Math.min(node.size, position + READ_AHEAD);
+    block = { node, start: position, bytes: new Uint8Array(new FileReaderSync().readAsArrayBuffer(node.contents.slice(position, end))) };
+  }
+  buffer.set(block.bytes.subarray(position - block.start, position - block.start + n), offset);
+  return n;
+}
+
 const state = () => JSON.parse(engine.UTF8ToString(engine._kestro_state()));
 
 // The run's files: [{folder, name, file}]; folder numbers group the inputs
@@ -88,19 +116,27 @@ function run(files) {
   FS.mkdirTree(`${root}/0`);
   const mounts = [];
   engine.ccall('kestro_queue_clear', null, [], []);
-  files.forEach((entry, i) => {
-    const mount = `/in/${runNumber}/${i}`;
+  // One read-only mount per folder, holding each of its files once.
+  const folders = new Map();
+  for (const entry of files) {
+    if (!folders.has(entry.folder)) folders.set(entry.folder, new Map());
+    folders.get(entry.folder).set(entry.name, entry.file);
+  }
+  for (const [folder, named] of folders) {
+    const mount = `/in/${runNumber}/${folder}`;
+    const dir = `${root}/${folder}`;
     FS.mkdirTree(mount);
-    FS.mount(WORKERFS, { files: [entry.file] }, mount);
-    mounts.push(mount);
-    const target = `${mount}/${entry.file.name}`;
-    FS.lookupPath(target).node.timestamp = entry.file.lastModified;
-    const dir = `${root}/${entry.folder}`;
     FS.mkdirTree(dir);
-    const link = `${dir}/${entry.name}`;
-    if (!FS.analyzePath(link).exists) FS.symlink(target, link);
-    engine.ccall('kestro_queue_add', null, ['string', 'string'], [entry.name, link]);
-  });
+    FS.mount(WORKERFS, { files: [...named.values()] }, mount);
+    mounts.push(mount);
+    for (const [name, file] of named) {
+      FS.lookupPath(`${mount}/${name}`).node.timestamp = file.lastModified;
+      FS.symlink(`${mount}/${name}`, `${dir}/${name}`);
+    }
+  }
+  for (const entry of files) {
+    engine.ccall('kestro_queue_add', null, ['string', 'string'], [entry.name, `${root}/${entry.folder}/${entry.name}`]);
+  }
   FS.chdir(`${root}/0`);
   let outcome = -1;
   let failure = null;
@@ -115,6 +151,7 @@ function run(files) {
     failure = failure || String(e);
   }
   FS.chdir('/');
+  block = null;
   for (const m of mounts) FS.unmount(m);
   removeTree(`/in/${runNumber}`);
   removeTree(root);
@@ -134,6 +171,7 @@ onmessage = async (event) => {
       });
       FS = engine.FS;
       WORKERFS = FS.filesystems.WORKERFS;
+      WORKERFS.stream_ops.read = readAhead;
       engine.ccall('kestro_start', null, [], []);
       post({ type: 'ready', state: state() });
       return;

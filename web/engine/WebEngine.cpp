@@ -28,6 +28,7 @@ EM_JS(void, jsChanged, (), { Module.kestroHost.changed(); });
 EM_JS(void, jsStarting, (int index, int count, const char* name), {
     Module.kestroHost.starting(index, count, UTF8ToString(name));
 });
+EM_JS(void, jsOutputs, (const char* json), { Module.kestroHost.outputs(JSON.parse(UTF8ToString(json))); });
 // clang-format on
 
 std::string quoted(const std::string& s) {
@@ -70,15 +71,30 @@ public:
     void wait(double) override {}
     void boxesChanged() override { jsChanged(); }
     void queueChanged() override { jsChanged(); }
-    // The worker hands the outputs written so far to the page as each file starts.
-    void startingFile(size_t index, size_t count, const std::string& name) override {
-        jsStarting(static_cast<int>(index), static_cast<int>(count), name.c_str());
+    // The files the last file wrote are complete once the next one starts:
+    // the worker hands them to the page then, while the run goes on.
+    void startingFile(size_t index, size_t count, const std::string& name) override;
+    void runLogged(const RunLog& log) override {
+        if (const RunLogFile* last = lastReached(log)) jsOutputs(list(last->outputs).c_str());
+    }
+
+private:
+    static const RunLogFile* lastReached(const RunLog& log) {
+        for (auto f = log.files.rbegin(); f != log.files.rend(); ++f)
+            if (f->state != RunLogFile::State::NotReached) return &*f;
+        return nullptr;
     }
 };
 
 WorkerHost host;
 Session form(host);
 std::string stateText;
+
+void WorkerHost::startingFile(size_t index, size_t count, const std::string& name) {
+    if (index > 0 && index - 1 < form.runLog.files.size())
+        jsOutputs(list(form.runLog.files[index - 1].outputs).c_str());
+    jsStarting(static_cast<int>(index), static_cast<int>(count), name.c_str());
+}
 
 }  // namespace
 
