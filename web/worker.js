@@ -21,13 +21,16 @@ let runNumber = 0;
 
 const post = (message, transfer) => postMessage(message, transfer || []);
 
+// Texts name files by the names the user knows, not by the run's folders.
+const shown = (text) => text.replace(/\/run\/\d+\/\d+\//g, '');
+
 const host = {
-  status: (text, red) => post({ type: 'status', text, red }),
+  status: (text, red) => post({ type: 'status', text: shown(text), red }),
   progress: (value) => post({ type: 'progress', value }),
   beep: () => post({ type: 'beep' }),
   box(text, icon, yesNo) {
     sendOutputs();
-    post({ type: 'box', text, icon, yesNo });
+    post({ type: 'box', text: shown(text), icon, yesNo });
     if (!answers) return false; // without shared memory nothing can wait: No
     Atomics.wait(answers, 0, 0);
     const yes = answers[1] === 1;
@@ -35,7 +38,7 @@ const host = {
     return yes;
   },
   plot(xy, name) {
-    post({ type: 'plot', xy, name: name.replace(/^\/run\/\d+\/\d+\//, '') }, [xy.buffer]);
+    post({ type: 'plot', xy, name: shown(name) }, [xy.buffer]);
   },
   scale: (logarithmic) => post({ type: 'scale', logarithmic }),
   changed() {},
