@@ -247,7 +247,10 @@ void writeChannelPairs(Session& form, TextReader& input, TextWriter& out) {
         out.flushIfFull();
     };
     CountingPrintItems channel;
-    while (!input.eof()) {
+    for (;;) {
+        // A blank line holds no value: it gets no channel.
+        input.skipBlanksAndLineEnds();
+        if (input.eof()) break;
         bool quoted;
         std::string_view field = input.listField(quoted);
         if (end > block + BlockSize - LongestLine) handOver();

@@ -134,6 +134,16 @@ TEST_F(OmdaqTest, EachVersionReadsItsOwnOffsetsPlainOrCompressed) {
     EXPECT_TRUE(host.statuses.size() == 20);  // no early end anywhere
 }
 
+TEST_F(OmdaqTest, ABlockEndingOnAFullLineGivesNoExtraChannel) {
+    OmdaqFields f{.channels = 8, .data = plainCounts({1, 2, 3, 4, 5, 6, 7, 8})};
+    const std::string spo = converted("e._", omdaqFile(V5, f), "e.spo", false, true);
+    // The further line end after a full line makes an empty last line.
+    EXPECT_EQ(spo, " 8            0\r\n       1       2       3       4       5       6       7       8\r\n\r\n");
+    EXPECT_EQ(form.valueCount, 8);
+    const std::string odf = output("e.odf");
+    EXPECT_EQ(odf.substr(odf.size() - 8), " 7  8 \r\n");
+}
+
 TEST_F(OmdaqTest, ShortDataSegmentsAndEarlyEndsKeepWhatWasRead) {
     // Plain counts in a segment too short: the lines are written, the flag
     // still decides, and the missing counts read as zero.

@@ -239,6 +239,15 @@ std::string_view TextReader::listField(bool& quoted) {
     return field;
 }
 
+void TextReader::skipBlanksAndLineEnds() {
+    for (;;) {
+        while (pos_ < data_.size() && (data_[pos_] == ' ' || data_[pos_] == '\t' || data_[pos_] == '\r' ||
+                                        data_[pos_] == '\n'))
+            ++pos_;
+        if (pos_ < data_.size() || !source_ || !readBlock()) return;
+    }
+}
+
 Value TextReader::listInput() {
     bool quoted;
     std::string_view field = listField(quoted);

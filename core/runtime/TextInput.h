@@ -65,6 +65,9 @@ public:
     // value a field reads as.
     std::string_view listField(bool& quoted);
     static Value fieldValue(std::string_view field, bool quoted);
+    // Moves past blanks, tabs and line ends, so that eof() tells whether a
+    // further field follows: an empty line holds none.
+    void skipBlanksAndLineEnds();
 
 private:
 
