@@ -267,6 +267,19 @@ TEST_F(CsvEvtTest, CsvColumnsGoToFilesOfTheirOwn) {
     EXPECT_EQ(form.List1.size(), 1u);    // and leaves the queue as it was
     form.clearQueue();
 
+    // Header and lines that all end in a comma: the comma ends the record,
+    // whatever the line ends, and each column file holds its column.
+    for (const char* eol : {"\r\n", "\r", "\n"}) {
+        std::string table = "t,a,b,c,";
+        for (const char* row : {"1,10,-20,30,", "2,11,-21,31,", "3,12,-22,32,"}) table += eol + std::string(row);
+        EXPECT_EQ(convert("end.csv", table + eol), RunOutcome::EndedByReader) << eol;
+        EXPECT_EQ(message(), "Found 5 arguments");
+        EXPECT_EQ(output("end-1.dat"), " 10 \r\n 11 \r\n 12 \r\n") << eol;
+        EXPECT_EQ(output("end-2.dat"), "-20 \r\n-21 \r\n-22 \r\n") << eol;
+        EXPECT_EQ(output("end-3.dat"), " 30 \r\n 31 \r\n 32 \r\n") << eol;
+        form.clearQueue();
+    }
+
     // No comma: one argument, no file, and the lines are not read.
     EXPECT_EQ(convert("one.csv", "header only\r\n1\r\n2\r\n"), RunOutcome::EndedByReader);
     EXPECT_EQ(message(), "Found 1 arguments");
