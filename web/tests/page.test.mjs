@@ -178,7 +178,23 @@ describe('controls', () => {
     assert.match(readout, new RegExp(`^X = ${expected[0]}\\s+Y = ${expected[1]}$`));
     mkdirSync(join(root, 'docs/images'), { recursive: true });
     await page.mouse.move(box.x + box.width * 0.62, box.y + box.height * 0.6);
-    await page.screenshot({ path: join(root, 'docs/images/web-page.png'), fullPage: true });
+    await page.waitForSelector('#readout:not([hidden])');
+    await page.screenshot({ path: join(root, 'docs/images/web-page.png') });
+
+    // The wheel narrows X around the cursor, a dragged rectangle zooms into it, Home shows it all again.
+    const view = () => page.evaluate(() => ({ ...window.kestroPage.plot.view }));
+    const full = await view();
+    await page.mouse.wheel(0, -100);
+    const wheeled = await view();
+    assert.ok(wheeled.x1 - wheeled.x0 < 0.85 * (full.x1 - full.x0) && wheeled.y0 === full.y0, 'wheel');
+    await page.mouse.move(box.x + box.width * 0.3, box.y + box.height * 0.3);
+    await page.mouse.down();
+    await page.mouse.move(box.x + box.width * 0.5, box.y + box.height * 0.7, { steps: 4 });
+    await page.mouse.up();
+    const zoomed = await view();
+    assert.ok(zoomed.x0 > wheeled.x0 && zoomed.x1 < wheeled.x1 && zoomed.y1 < full.y1 && zoomed.y0 > full.y0, 'rectangle');
+    await page.click('#plotHome');
+    assert.deepEqual(await view(), full);
 
     const [download] = await Promise.all([page.waitForEvent('download'), page.click('#downloadZip')]);
     const zip = unzipSync(readFileSync(await download.path()));
