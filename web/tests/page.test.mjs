@@ -195,6 +195,9 @@ describe('controls', () => {
     assert.ok(zoomed.x0 > wheeled.x0 && zoomed.x1 < wheeled.x1 && zoomed.y1 < full.y1 && zoomed.y0 > full.y0, 'rectangle');
     await page.click('#plotHome');
     assert.deepEqual(await view(), full);
+    const [image] = await Promise.all([page.waitForEvent('download'), page.click('#plotSave')]);
+    assert.equal(image.suggestedFilename(), 'iaea.png');
+    assert.deepEqual([...readFileSync(await image.path()).subarray(0, 4)], [0x89, 0x50, 0x4e, 0x47]);
 
     const [download] = await Promise.all([page.waitForEvent('download'), page.click('#downloadZip')]);
     const zip = unzipSync(readFileSync(await download.path()));
