@@ -151,9 +151,10 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // An AFFN number at text[i]: a sign, digits with a point, and a power of ten
 // only as "E" followed by a sign and digits (an "E" before a digit is the
-// SQZ character 5). Advances i past it; false when it holds no digit.
+// SQZ character 5; a label's value, which holds no ASDF, may leave the sign
+// out). Advances i past it; false when it holds no digit.
 // `unit`, when asked for, is the value of one in its last digit.
-bool readAffn(std::string_view text, size_t& i, double& value, double* unit = nullptr) {
+bool readAffn(std::string_view text, size_t& i, double& value, double* unit = nullptr, bool unsignedPower = false) {
     const size_t n = text.size();
     size_t p = i;
     const bool negative = p < n && text[p] == '-';
@@ -172,11 +173,12 @@ bool readAffn(std::string_view text, size_t& i, double& value, double* unit = nu
         for (++p; p < n && isDigit(text[p]); ++p) ++decimals;
     if (digits + decimals == 0) return false;
     int power = 0;
-    const bool exponent = p + 2 < n && (text[p] == 'E' || text[p] == 'e') &&
-                          (text[p + 1] == '+' || text[p + 1] == '-') && isDigit(text[p + 2]);
+    const bool signedPower = p + 2 < n && (text[p + 1] == '+' || text[p + 1] == '-') && isDigit(text[p + 2]);
+    const bool exponent = p + 1 < n && (text[p] == 'E' || text[p] == 'e') &&
+                          (signedPower || (unsignedPower && isDigit(text[p + 1])));
     if (exponent) {
         const bool down = text[p + 1] == '-';
-        for (p += 2; p < n && isDigit(text[p]); ++p) power = std::min(power * 10 + (text[p] - '0'), 9999);
+        for (p += signedPower ? 2 : 1; p < n && isDigit(text[p]); ++p) power = std::min(power * 10 + (text[p] - '0'), 9999);
         if (down) power = -power;
     }
     if (!point && !exponent && digits <= 18) {
@@ -198,7 +200,7 @@ std::optional<double> leadingAffn(std::string_view text) {
     text = trimmed(withoutComment(text));
     size_t i = 0;
     double v;
-    if (!readAffn(text, i, v)) return std::nullopt;
+    if (!readAffn(text, i, v, nullptr, true)) return std::nullopt;
     return v;
 }
 
@@ -278,7 +280,8 @@ double readAsdfDigits(std::string_view text, size_t& i, int lead) {
 int64_t readCount(std::string_view text, size_t& i, int lead) {
     constexpr int64_t Saturated = int64_t{1} << 62;
     int64_t count = lead;
-    for (; i < text.size() && isDigit(text[i]); ++i) count = std::min(count * 10 + (text[i] - '0'), Saturated);
+    for (; i < text.size() && isDigit(text[i]); ++i)
+        count = count >= Saturated / 10 ? Saturated : count * 10 + (text[i] - '0');
     return count;
 }
 
@@ -361,9 +364,10 @@ public:
         if (s_.points && *s_.points != n)
             fail("##" + s_.pointsLabel + "= gives " + plainText(*s_.points) + " points, the data hold " + plainText(n));
         if (form_.evenlySpaced) checkLineX(n);
+        const double delta = step(n);
         for (size_t i = 0; i < ys_.size(); ++i) {
             const double y = ys_[i] * s_.yFactor;
-            const double x = form_.evenlySpaced ? xOf(static_cast<int64_t>(i)) : xs_[i] * s_.xFactor;
+            const double x = form_.evenlySpaced ? s_.firstX + static_cast<double>(i) * delta : xs_[i] * s_.xFactor;
             if (std::isinf(y) || std::isinf(x) || (std::isnan(y) && !std::isnan(ys_[i])))
                 fail("point " + plainText(static_cast<int64_t>(i) + 1) + " lies beyond the range of numbers");
         }
@@ -374,9 +378,10 @@ public:
     // X and Y a line, Y from column 25; a missing value has no line.
     void write(TextWriter& out) const {
         constexpr size_t LongestLine = 160;  // room for the writes, not only the text
+        const double delta = step(points());
         LineBlock lines(out);
         for (size_t i = 0; i < ys_.size(); ++i) {
-            const double x = form_.evenlySpaced ? xOf(static_cast<int64_t>(i)) : xs_[i] * s_.xFactor;
+            const double x = form_.evenlySpaced ? s_.firstX + static_cast<double>(i) * delta : xs_[i] * s_.xFactor;
             const double y = ys_[i] * s_.yFactor;
             if (std::isnan(y) || std::isnan(x)) continue;
             char* line = lines.lineStart(LongestLine);
@@ -407,7 +412,7 @@ private:
     [[noreturn]] void tooMany(int64_t number) const {
         if (s_.points && *s_.points == s_.limit)
             fail(lineText(number) + "more points than ##" + s_.pointsLabel + "= gives (" + plainText(s_.limit) + ")");
-        fail(lineText(number) + "more points than a file of this size can hold (" + plainText(s_.limit) + ")");
+        fail(lineText(number) + "more points than a file of this size can hold");
     }
 
     // X, then Y values in any mix of AFFN and the ASDF forms.
@@ -514,17 +519,17 @@ private:
     }
 
     double step(int64_t n) const { return n > 1 ? (s_.lastX - s_.firstX) / static_cast<double>(n - 1) : 0.0; }
-    double xOf(int64_t i) const { return s_.firstX + static_cast<double>(i) * step(points()); }
 
     // Each line's X against the X of the point it starts with, from FIRSTX,
-    // LASTX and the point count: within half a step, and within what the
-    // digits the X is written with can say.
+    // LASTX and the point count: within half a step (a point more or less
+    // is a whole step off), or, when its digits are coarser, within what
+    // they can say.
     void checkLineX(int64_t n) const {
         const double delta = step(n);
         for (const LineStart& s : starts_) {
             const double expected = s_.firstX + static_cast<double>(s.point) * delta;
             const double x = s.x * s_.xFactor;
-            const double room = 0.5 * std::fabs(delta) + 0.5 * s.unit * std::fabs(s_.xFactor) +
+            const double room = 0.5 * std::max(std::fabs(delta), s.unit * std::fabs(s_.xFactor)) +
                                 1e-9 * std::max(std::fabs(expected), std::fabs(x));
             if (!(std::fabs(x - expected) <= room))
                 fail(lineText(s.number) + "X is " + plainText(x) + ", but point " + plainText(s.point + 1) +
