@@ -39,10 +39,10 @@ constexpr int HeaderFile = 3;
 constexpr int64_t YColumn = 25;  // of the ".odf", as the classic reader writes it
 
 // A file makes at most this many points a byte of its size. Real files take
-// four bytes or more a point; runs of equal values (DUP) pack more, but not
+// two bytes or more a point; runs of equal values (DUP) pack more, but not
 // over a whole file. It bounds what a declared point count or an endless DUP
-// count can make the reader hold or write.
-constexpr int64_t PointsPerByte = 256;
+// count can make the reader hold (512 bytes a byte of input) or write.
+constexpr int64_t PointsPerByte = 64;
 
 // What is wrong with a table or a block, in words for the user.
 struct Problem {
@@ -342,10 +342,10 @@ struct Scaling {
 // The decoded values of one table and how to write them.
 class Table {
 public:
-    Table(const TableForm& form, const Scaling& scaling) : form_(form), s_(scaling) {
-        // Room for what the file declares, within what its size allows; more
-        // only as the data come.
-        ys_.reserve(static_cast<size_t>(std::min<int64_t>(s_.points.value_or(0), s_.limit)));
+    Table(const TableForm& form, const Scaling& scaling, int64_t fileSize) : form_(form), s_(scaling) {
+        // Room for what the file declares, up to a point a byte; more only as
+        // the data come.
+        ys_.reserve(static_cast<size_t>(std::min({s_.points.value_or(0), s_.limit, fileSize})));
         if (!form_.evenlySpaced) xs_.reserve(ys_.capacity());
     }
 
@@ -559,8 +559,13 @@ struct Block {
 
 class JcampFile {
 public:
-    JcampFile(Session& form, TextWriter& header, std::string stem, int64_t tables, int64_t budget)
-        : form_(form), header_(header), stem_(std::move(stem)), tables_(tables), budget_(budget) {}
+    JcampFile(Session& form, TextWriter& header, std::string stem, int64_t tables, int64_t fileSize)
+        : form_(form),
+          header_(header),
+          stem_(std::move(stem)),
+          tables_(tables),
+          fileSize_(fileSize),
+          budget_(std::max<int64_t>(fileSize, 1) * PointsPerByte) {}
 
     void read(std::string_view text) {
         Lines lines(text);
@@ -757,7 +762,7 @@ private:
             if (!form)
                 fail("##" + label + "=" + std::string(trimmed(withoutComment(value))) + " is a table form this reader does not take");
             evenlySpaced_ = form->evenlySpaced;
-            table_.emplace(*form, scalingOf(*form));
+            table_.emplace(*form, scalingOf(*form), fileSize_);
         } catch (Problem& p) {
             dropTable(p.text);
         }
@@ -803,6 +808,7 @@ private:
     TextWriter& header_;
     const std::string stem_;
     const int64_t tables_;
+    const int64_t fileSize_;
     int64_t budget_;
     std::vector<Block> blocks_;
     Labels page_;
@@ -824,8 +830,7 @@ void ConvFileJCAMPModern(Session& form, std::string& fileName) {
     const std::string stem = fileName.substr(0, fileName.rfind('.'));
     const std::string hdrx = stem + ".hdrx";
     TextWriter& header = form.files.openOutput(HeaderFile, hdrx);
-    const int64_t size = static_cast<int64_t>(text.size());
-    JcampFile file(form, header, stem, JcampFile::countTables(text), std::max<int64_t>(size, 1) * PointsPerByte);
+    JcampFile file(form, header, stem, JcampFile::countTables(text), static_cast<int64_t>(text.size()));
     file.read(text);
     form.files.close(HeaderFile);
     form.files.close(InputFile);
