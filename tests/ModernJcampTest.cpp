@@ -218,6 +218,7 @@ TEST_F(ModernJcampTest, DamagedTablesNameTheirProblem) {
         {"no number character", block(range, even, "0 1 #\r\n"), "line 6: \"#\" is no JCAMP-DX number character"},
         {"table form unknown", block("", "##XYDATA=(XYZ)", "1 2\r\n"),
          "##XYDATA=(XYZ) is a table form this reader does not take"},
+        {"table without its form", block("", "##PEAK TABLE=", "1 2\r\n"), "##PEAK TABLE= names no table form"},
         {"group cut short", block("", "##XYPOINTS=(XY..XY)", "1,2 3\r\n"), "the table ends inside a group of 2 values"},
         {"no data table", "##TITLE=t\r\n##JCAMP-DX=4.24\r\n##END=\r\n",
          "no data table (##XYDATA=, ##XYPOINTS=, ##PEAK TABLE= or ##DATA TABLE=) in this file"},

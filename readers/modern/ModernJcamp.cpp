@@ -90,7 +90,8 @@ private:
 
 // A line that starts a labelled record: "##LABEL=value".
 struct LabelLine {
-    std::string label;  // as the standard compares it
+    std::string label;      // as the standard compares it
+    std::string_view name;  // as the file writes it, for messages
     std::string_view value;
 };
 
@@ -99,8 +100,9 @@ bool readLabel(std::string_view line, LabelLine& out) {
     if (at == std::string_view::npos || line.compare(at, 2, "##") != 0) return false;
     at += 2;
     const size_t equals = line.find('=', at);
+    out.name = trimmed(line.substr(at, equals == std::string_view::npos ? std::string_view::npos : equals - at));
     out.label.clear();
-    for (char c : line.substr(at, equals == std::string_view::npos ? std::string_view::npos : equals - at)) {
+    for (char c : out.name) {
         if (c == ' ' || c == '\t' || c == '-' || c == '_' || c == '/') continue;
         out.label += (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c;
     }
@@ -649,7 +651,7 @@ private:
             inPage_ = true;
             ++pages_;
         } else if (isDataLabel(name)) {
-            startTable(name, label.value, number);
+            startTable(label.name, label.value, number);
             return;
         }
         scope().set(name, label.value);
@@ -753,14 +755,16 @@ private:
         return s;
     }
 
-    void startTable(const std::string& label, std::string_view value, int64_t number) {
+    void startTable(std::string_view label, std::string_view value, int64_t number) {
         name_ = modern::odfName(stem_, static_cast<size_t>(index_++), static_cast<size_t>(tables_));
         tableLine_ = number;
         inData_ = true;
         try {
             const std::optional<TableForm> form = formOf(value);
+            const std::string_view written = trimmed(withoutComment(value));
+            if (written.empty()) fail("##" + std::string(label) + "= names no table form");
             if (!form)
-                fail("##" + label + "=" + std::string(trimmed(withoutComment(value))) + " is a table form this reader does not take");
+                fail("##" + std::string(label) + "=" + std::string(written) + " is a table form this reader does not take");
             evenlySpaced_ = form->evenlySpaced;
             table_.emplace(*form, scalingOf(*form), fileSize_);
         } catch (Problem& p) {
