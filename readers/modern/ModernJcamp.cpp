@@ -368,8 +368,7 @@ public:
         if (form_.evenlySpaced) checkLineX(n);
         const double delta = step(n);
         for (size_t i = 0; i < ys_.size(); ++i) {
-            const double y = ys_[i] * s_.yFactor;
-            const double x = form_.evenlySpaced ? s_.firstX + static_cast<double>(i) * delta : xs_[i] * s_.xFactor;
+            const auto [x, y] = pointAt(i, delta);
             if (std::isinf(y) || std::isinf(x) || (std::isnan(y) && !std::isnan(ys_[i])))
                 fail("point " + plainText(static_cast<int64_t>(i) + 1) + " lies beyond the range of numbers");
         }
@@ -383,8 +382,7 @@ public:
         const double delta = step(points());
         LineBlock lines(out);
         for (size_t i = 0; i < ys_.size(); ++i) {
-            const double x = form_.evenlySpaced ? s_.firstX + static_cast<double>(i) * delta : xs_[i] * s_.xFactor;
-            const double y = ys_[i] * s_.yFactor;
+            const auto [x, y] = pointAt(i, delta);
             if (std::isnan(y) || std::isnan(x)) continue;
             char* line = lines.lineStart(LongestLine);
             char* end = writeSignedText(tabInLine(line, writeSignedText(line, x), YColumn), y);
@@ -518,6 +516,13 @@ private:
             }
             ++groupValues_;
         }
+    }
+
+    // X and Y of point i, the factors applied; `delta` is the step of an
+    // evenly spaced table.
+    std::pair<double, double> pointAt(size_t i, double delta) const {
+        const double x = form_.evenlySpaced ? s_.firstX + static_cast<double>(i) * delta : xs_[i] * s_.xFactor;
+        return {x, ys_[i] * s_.yFactor};
     }
 
     double step(int64_t n) const { return n > 1 ? (s_.lastX - s_.firstX) / static_cast<double>(n - 1) : 0.0; }
