@@ -174,6 +174,14 @@ TEST_F(ModernJcampTest, NtuplesPagesKeepXInTheFilesUnit) {
     }
     expectPoints("n_1.odf", real);
     expectPoints("n_2.odf", imaginary);
+
+    // Pages with their variables but no ##NTUPLES= before them, as some
+    // programs write them: jcampconverter 12.5.3 gives the same two pages.
+    convert("p.jdx", "##TITLE=re im\r\n##SYMBOL=X, R, I, N\r\n##VAR_DIM=3, 3, 3, 2\r\n##FIRST=1, 0, 0, 1\r\n"
+                     "##LAST=3, 0, 0, 2\r\n##PAGE= N=1\r\n##DATA TABLE=(X++(R..R)), XYDATA\r\n1 2 3 4\r\n"
+                     "##PAGE= N=2\r\n##DATA TABLE=(X++(I..I)), XYDATA\r\n1 3 4 5\r\n##END=\r\n");
+    expectPoints("p_1.odf", {{1, 2}, {2, 3}, {3, 4}});
+    expectPoints("p_2.odf", {{1, 3}, {2, 4}, {3, 5}});
     EXPECT_TRUE(host.boxes.empty()) << message();
 }
 

@@ -646,12 +646,12 @@ private:
             block.titled = true;
             block.title = trimmed(withoutComment(label.value));
         } else if (name == "NTUPLES") {
-            inNtuples_ = true;
-            pageLength_ = -1;
-            pages_ = 0;
+            enterNtuples();
         } else if (name == "ENDNTUPLES") {
             leaveNtuples();
-        } else if (name == "PAGE" && inNtuples_) {
+        } else if (name == "PAGE") {
+            // Pages without an ##NTUPLES= before them are read as its pages.
+            if (!inNtuples_) enterNtuples();
             page_.clear();
             inPage_ = true;
             ++pages_;
@@ -660,6 +660,12 @@ private:
             return;
         }
         scope().set(name, label.value);
+    }
+
+    void enterNtuples() {
+        inNtuples_ = true;
+        pageLength_ = -1;
+        pages_ = 0;
     }
 
     void leaveNtuples() {
@@ -716,7 +722,7 @@ private:
 
     Scaling scalingOf(const TableForm& form) const {
         Scaling s;
-        const std::string* symbols = inNtuples_ ? find("SYMBOL") : nullptr;
+        const std::string* symbols = find("SYMBOL");
         if (symbols) {
             const std::vector<std::string_view> list = listItems(*symbols);
             const auto indexOf = [&](const std::string& symbol) {
