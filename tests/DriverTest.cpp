@@ -154,6 +154,41 @@ TEST_F(DriverTest, OptionDispatchWhenNoExtensionMatches) {
     EXPECT_EQ(output("x.odf"), " 0  1 \r\n 1  2 \r\n");
 }
 
+// Each run hands its record to the front end once, however it ends.
+TEST_F(DriverTest, EveryRunEndsWithItsRecord) {
+    using State = RunLogFile::State;
+    run();
+    ASSERT_EQ(host.runLogs.size(), 1u);
+    EXPECT_TRUE(host.runLogs[0].files.empty());
+
+    queue("a.dat", "1 2\r\n");
+    queue("b.foo", "1 2\r\n");
+    queue("c.dat", "3\r\n");
+    tick(false, true);
+    form.formatOption = "S35F";  // no route: the question, answered No
+    EXPECT_EQ(run(), RunOutcome::Declined);
+    ASSERT_EQ(host.runLogs.size(), 2u);
+    const RunLog& declined = host.runLogs[1];
+    ASSERT_EQ(declined.files.size(), 3u);
+    EXPECT_EQ(declined.files[0].state, State::Converted);
+    EXPECT_EQ(declined.files[0].outputs, (std::vector<std::string>{dir.file("a.odf"), dir.file("a.spo")}));
+    EXPECT_EQ(declined.files[1].state, State::Failed);
+    EXPECT_EQ(declined.files[1].message.rfind("WARNING: format option not recognized!", 0), 0u);
+    EXPECT_EQ(declined.files[2].state, State::NotReached);
+    EXPECT_EQ(form.runLog.current(), nullptr);
+
+    // A ".csv" ends the run by design: converted, and the rest not reached.
+    queue("t.csv", "channel,counts,\r\n0,403\r\n1,383\r\n");
+    queue("c.dat", "3\r\n");
+    run();
+    ASSERT_EQ(host.runLogs.size(), 3u);
+    EXPECT_EQ(host.runLogs[2].files[0].state, State::Converted);
+    EXPECT_EQ(host.runLogs[2].files[0].outputs, (std::vector<std::string>{dir.file("t-1.dat")}));
+    EXPECT_EQ(host.runLogs[2].files[1].state, State::NotReached);
+    // The record passes through untouched: the front end sees the same boxes.
+    EXPECT_EQ(&form.host(), &host);
+}
+
 TEST_F(DriverTest, PlotStageHandsOverTheOdfPairs) {
     queue("p.dat", "3 -4 5\r\n");
     queue("q.odf", "0 1\r\n1 2\r\n");
