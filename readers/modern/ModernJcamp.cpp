@@ -114,11 +114,16 @@ bool isDataLabel(std::string_view label) {
     return label == "XYDATA" || label == "XYPOINTS" || label == "PEAKTABLE" || label == "DATATABLE";
 }
 
-// The labels of a block, or of an NTUPLES page; a label given again counts
-// from there on.
+// The labels of a block, or of an NTUPLES page, that place and scale its
+// tables (the others are only listed); a label given again counts from there
+// on. Keeping only these bounds the list, however many labels a file has.
 class Labels {
 public:
     void set(const std::string& label, std::string_view value) {
+        static constexpr std::string_view Kept[] = {"FIRSTX", "LASTX", "XFACTOR", "YFACTOR", "NPOINTS", "SYMBOL",
+                                                    "FIRST",  "LAST",  "FACTOR",  "VARDIM",  "BLOCKS"};
+        last_ = nullptr;
+        if (std::find(std::begin(Kept), std::end(Kept), label) == std::end(Kept)) return;
         for (auto& [name, text] : entries_)
             if (name == label) {
                 text.assign(value);
