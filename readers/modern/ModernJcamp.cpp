@@ -128,14 +128,18 @@ public:
             if (name == label) {
                 text.assign(value);
                 last_ = &text;
+                clip(text);
                 return;
             }
         entries_.emplace_back(label, std::string(value));
         last_ = &entries_.back().second;
+        clip(*last_);
     }
     // A line that continues the last label's value.
     void append(std::string_view more) {
-        if (last_) last_->append(" ").append(more);
+        if (!last_) return;
+        last_->append(" ").append(more);
+        clip(*last_);
     }
     const std::string* find(std::string_view label) const {
         for (const auto& [name, text] : entries_)
@@ -148,6 +152,13 @@ public:
     }
 
 private:
+    // Every table reads these values again; a real one is a number or a
+    // list of a few, so what lies past this many characters is not read.
+    static void clip(std::string& value) {
+        constexpr size_t Longest = 1024;
+        if (value.size() > Longest) value.resize(Longest);
+    }
+
     std::vector<std::pair<std::string, std::string>> entries_;
     std::string* last_ = nullptr;
 };
