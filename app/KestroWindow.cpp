@@ -185,7 +185,7 @@ void Kestro::createControls() {
     LogScale = named(new QCheckBox(this), "LogScale");
     // Kestro's own addition, off at start: nothing changes until it is ticked.
     ModernRead = named(new QCheckBox("Modern readers", this), "ModernRead",
-                       "read GAML, SPA, SPC, RAW, MPA and CNF files by their documented layouts, "
+                       "read GAML, SPA, SPC, RAW, MPA, CNF and SPX files by their documented layouts, "
                        "where the classic rules give no data or wrong data");
     // The captions "SPE [AIEA]" and "SPO [Gpx]" are kept as users know them.
     MakeSPE = label("MakeSPE", "SPE [AIEA]", this);

@@ -115,7 +115,8 @@ const Route extensionRoutes[] = {
      },
      Then::Pass, Skip::Zero, 0},
     {{"chn"}, [](Session& f, FileJob& j) { ConvChnFile(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
-    {{"spx"}, [](Session& f, FileJob& j) { ConvFileXML(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
+    {{"spx"}, [](Session& f, FileJob& j) { ConvFileXML(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0,
+     [](Session& f, FileJob& j) { ConvFileXMLModern(f, j.name); }},
     {{"xml"}, [](Session& f, FileJob& j) { ConvFileG_XML(f, j.name); }, Then::Plot, Skip::Zero, 0},
     {{"spa"}, [](Session& f, FileJob& j) { ConvFileSPA(f, j.name); }, Then::Plot, Skip::Zero, 0,
      [](Session& f, FileJob& j) { readModern(f, j, ConvFileSPAModern); }},
@@ -248,7 +249,10 @@ void writeChannelPairs(Session& form, TextReader& input, TextWriter& out) {
         out.flushIfFull();
     };
     CountingPrintItems channel;
-    while (!input.eof()) {
+    for (;;) {
+        // A blank line holds no value: it gets no channel.
+        input.skipBlanksAndLineEnds();
+        if (input.eof()) break;
         bool quoted;
         std::string_view field = input.listField(quoted);
         if (end > block + BlockSize - LongestLine) handOver();
