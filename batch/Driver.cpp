@@ -132,7 +132,8 @@ const Route extensionRoutes[] = {
      }},
     {{"gaml"}, [](Session& f, FileJob& j) { ConvFileGAML(f, j.name); }, Then::Plot, Skip::Zero, 0,
      [](Session& f, FileJob& j) { readModern(f, j, ConvFileGAMLModern); }},
-    {{"jdx", "dx"}, [](Session& f, FileJob& j) { ConvFileJCAMP(f, j.name); }, Then::Plot, Skip::Zero, 0},
+    {{"jdx", "dx"}, [](Session& f, FileJob& j) { ConvFileJCAMP(f, j.name); }, Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) { readModern(f, j, ConvFileJCAMPModern); }},
     {{"dcm"},
      [](Session& f, FileJob& j) {
          ConvFileDICoM(f, j.name);

@@ -50,6 +50,7 @@ void ConvAXSrawModern(Session& form, std::string& fileName);
 void ConvFileSPAModern(Session& form, std::string& fileName);
 void ConvFileSPCModern(Session& form, std::string& fileName);
 void ConvFileGAMLModern(Session& form, std::string& fileName);
+void ConvFileJCAMPModern(Session& form, std::string& fileName);
 
 // Medical imaging
 void ConvFileDICoM(Session& form, std::string& fileName);    // DICOM
