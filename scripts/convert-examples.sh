@@ -23,6 +23,7 @@ run() { echo "\$ $*"; "$@" || echo "exit $?"; }
   run "$@" --format "Shimadzu *.pho" shimadzu.pho
   run "$@" --format "Old TA Instr TGA/DSC" tainstruments.001
   run "$@" thermo.spa galactic.spc spectrum.gaml
-  run "$@" --modern thermo.spa galactic.spc spectrum.gaml fastcomtec.mpa genie.cnf brukeraxs.raw
+  run "$@" --modern thermo.spa galactic.spc spectrum.gaml fastcomtec.mpa genie.cnf brukeraxs.raw \
+     jcamp-affn.jdx jcamp-asdf.jdx bruker.spx
   run "$@" --spo --graph --log ortec.chn iaea.spe
 } >../$(basename "$out").log 2>&1

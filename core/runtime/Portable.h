@@ -4,6 +4,8 @@
 // floating-point from_chars. Natively they are the standard ones; in the
 // web build they are rebuilt on the C library's correctly rounded printf and
 // strtod, which give the same digits (a test checks millions of values).
+// Engine code uses these for doubles, never the std ones, or the web build
+// does not compile.
 #include <charconv>
 #include <cstdint>
 #include <system_error>

@@ -54,7 +54,7 @@ describe('conversions', () => {
       { format: 'Old TA Instr TGA/DSC', native: ['--format', 'Old TA Instr TGA/DSC'], files: ['tainstruments.001'] },
       { files: ['thermo.spa', 'galactic.spc', 'spectrum.gaml'] },
       { boxes: ['ModernRead'], native: ['--modern'], files: ['thermo.spa', 'galactic.spc', 'spectrum.gaml',
-        'fastcomtec.mpa', 'genie.cnf', 'brukeraxs.raw'] },
+        'fastcomtec.mpa', 'genie.cnf', 'brukeraxs.raw', 'jcamp-affn.jdx', 'jcamp-asdf.jdx', 'bruker.spx'] },
       { boxes: ['SPO', 'DsGr', 'LogScale'], native: ['--spo', '--graph', '--log'], files: ['ortec.chn', 'iaea.spe'] },
     ];
     for (const run of runs) await expectSameAsNative(page, { ...run, files: run.files.map(example) });
