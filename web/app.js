@@ -15,7 +15,8 @@ let folderHandle = null; // the picked folder, where outputs are written when al
 let canWriteFolder = false;
 let available = []; // files to pick from: {name, file, folder}
 let queue = []; // {name, file, folder}
-let outputs = new Map(); // "folder/name" -> {name, blob}
+let outputs = new Map(); // "folder/name" -> {name, bytes}
+let unlisted = []; // outputs not yet in the list on the page
 let running = false;
 let pending = Promise.resolve(); // folder writes, in order
 const plot = new SpecPlot($('plotCanvas'), $('readout'));
@@ -207,6 +208,7 @@ function convert() {
   running = true;
   setBusy(true);
   outputs = new Map();
+  unlisted = [];
   $('outputList').replaceChildren();
   $('downloadZip').disabled = true;
   worker.postMessage({ type: 'run', files: queue.map(({ name, file, folder }) => ({ name, file, folder })) });
@@ -232,22 +234,16 @@ function finishRun(state, failure) {
 
 // ---- outputs ----
 
+// The bytes are kept as they came: a Blob each would cost the browser far
+// more than the bytes in a batch of many small files. The list is drawn
+// once a frame.
 function keepOutput(folder, name, bytes) {
   const key = `${folder}/${name}`;
-  const blob = new Blob([bytes]);
-  const known = outputs.has(key);
-  outputs.set(key, { name, blob });
-  if (!known) {
-    const item = document.createElement('li');
-    const link = document.createElement('a');
-    link.textContent = name;
-    link.download = name;
-    link.dataset.key = key;
-    link.href = '#';
-    link.addEventListener('click', () => { link.href = URL.createObjectURL(outputs.get(key).blob); });
-    item.append(link);
-    $('outputList').append(item);
+  if (!outputs.has(key)) {
+    if (!unlisted.length) requestAnimationFrame(listOutputs);
+    unlisted.push(key);
   }
+  outputs.set(key, { name, bytes });
   if (canWriteFolder && folder === 0) {
     pending = pending.then(async () => {
       const handle = await folderHandle.getFileHandle(name, { create: true });
@@ -258,15 +254,35 @@ function keepOutput(folder, name, bytes) {
   }
 }
 
-async function downloadZip() {
+function listOutputs() {
+  const items = unlisted.map((key) => {
+    const item = document.createElement('li');
+    const link = document.createElement('a');
+    link.textContent = outputs.get(key).name;
+    link.download = link.textContent;
+    link.dataset.key = key;
+    link.href = '#';
+    item.append(link);
+    return item;
+  });
+  unlisted = [];
+  $('outputList').append(...items);
+}
+
+// Each output downloads on its own from the list.
+$('outputList').addEventListener('click', (e) => {
+  const link = e.target.closest('a[data-key]');
+  const output = link && outputs.get(link.dataset.key);
+  if (output) link.href = URL.createObjectURL(new Blob([output.bytes]));
+});
+
+// One zip of every output of the run; inputs from a second folder (two
+// files of one name) keep theirs in a subfolder.
+function downloadZip() {
   const files = {};
-  const used = new Set();
-  for (const [key, { name, blob }] of outputs) {
+  for (const [key, { name, bytes }] of outputs) {
     const folder = Number(key.split('/')[0]);
-    const path = folder === 0 ? name : `${folder}/${name}`;
-    if (used.has(path)) continue;
-    used.add(path);
-    files[path] = new Uint8Array(await blob.arrayBuffer());
+    files[folder === 0 ? name : `${folder}/${name}`] = bytes;
   }
   const zip = zipSync(files, { level: 6, mtime: new Date() });
   const link = document.createElement('a');

@@ -2,10 +2,10 @@
 // keeps painting; a Yes/No question blocks this thread (Atomics.wait) until
 // the page answers it.
 //
-// Files: the inputs are mounted read-only where they are (WORKERFS reads
-// slices of the File objects as the readers ask); each input folder is a
-// memory folder of links to them, so that outputs land beside their inputs
-// as on the desktop. New and changed outputs go to the page as each file
+// Files: large inputs are mounted read-only where they are (WORKERFS reads
+// slices of the File objects as the readers ask), small ones are read as the
+// run starts; each input folder is a memory folder of links to them, so that
+// outputs land beside their inputs as on the desktop. New and changed outputs go to the page as each file
 // ends, and the memory folders go at the end of each run.
 /* global importScripts, createKestro */
 'use strict';
@@ -110,31 +110,56 @@ function readAhead(stream, buffer, offset, length, position) {
 
 const state = () => JSON.parse(engine.UTF8ToString(engine._kestro_state()));
 
+// Small inputs are read before the run, all at once: one read of a File
+// from the worker's thread costs most of a millisecond, whatever its size.
+// Large ones stay where they are and are read as the readers ask.
+const EARLY_FILE = 4 << 20;
+const EARLY_TOTAL = 64 << 20;
+async function readSmallFiles(files) {
+  const chosen = [];
+  let total = 0;
+  for (const { file } of files) {
+    if (file.size > EARLY_FILE || total + file.size > EARLY_TOTAL || chosen.includes(file)) continue;
+    chosen.push(file);
+    total += file.size;
+  }
+  const contents = await Promise.all(chosen.map((file) => file.arrayBuffer()));
+  return new Map(chosen.map((file, i) => [file, new Uint8Array(contents[i])]));
+}
+
 // The run's files: [{folder, name, file}]; folder numbers group the inputs
 // that sit side by side.
-function run(files) {
+async function run(files) {
+  const early = await readSmallFiles(files);
   runNumber += 1;
   sent = new Map();
   const root = `/run/${runNumber}`;
   FS.mkdirTree(`${root}/0`);
   const mounts = [];
   engine.ccall('kestro_queue_clear', null, [], []);
-  // One read-only mount per folder, holding each of its files once.
+  // One folder per input folder, holding each of its files once.
   const folders = new Map();
   for (const entry of files) {
     if (!folders.has(entry.folder)) folders.set(entry.folder, new Map());
     folders.get(entry.folder).set(entry.name, entry.file);
   }
   for (const [folder, named] of folders) {
+    // Read-only mounts take no files of their own: those read early sit beside.
     const mount = `/in/${runNumber}/${folder}`;
     const dir = `${root}/${folder}`;
-    FS.mkdirTree(mount);
+    FS.mkdirTree(`${mount}/read`);
+    FS.mkdirTree(`${mount}/mounted`);
     FS.mkdirTree(dir);
-    FS.mount(WORKERFS, { files: [...named.values()] }, mount);
-    mounts.push(mount);
+    const large = [...named.values()].filter((file) => !early.has(file));
+    if (large.length) {
+      FS.mount(WORKERFS, { files: large }, `${mount}/mounted`);
+      mounts.push(`${mount}/mounted`);
+    }
     for (const [name, file] of named) {
-      FS.lookupPath(`${mount}/${name}`).node.timestamp = file.lastModified;
-      FS.symlink(`${mount}/${name}`, `${dir}/${name}`);
+      const path = `${mount}/${early.has(file) ? 'read' : 'mounted'}/${name}`;
+      if (early.has(file)) FS.writeFile(path, early.get(file));
+      FS.lookupPath(path).node.timestamp = file.lastModified;
+      FS.symlink(path, `${dir}/${name}`);
     }
   }
   for (const entry of files) {
@@ -183,7 +208,7 @@ onmessage = async (event) => {
     else if (m.type === 'typeFormat') engine.ccall('kestro_type_format', null, ['string'], [m.text]);
     else if (m.type === 'typeExtension') engine.ccall('kestro_type_extension', null, ['string'], [m.text]);
     else if (m.type === 'setBox') engine.ccall('kestro_set_box', null, ['string', 'number'], [m.name, m.on ? 1 : 0]);
-    else if (m.type === 'run') return run(m.files);
+    else if (m.type === 'run') return await run(m.files);
     post({ type: 'state', state: state() });
   } catch (e) {
     post({ type: 'crashed', failure: String(e && e.message ? e.message : e) });

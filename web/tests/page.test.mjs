@@ -62,6 +62,20 @@ describe('conversions', () => {
     await page.close();
   });
 
+  test('a large input, read where it is, beside a small one gives the native outputs', async () => {
+    const page = await browser.open();
+    const dir = tempDir();
+    const big = join(dir, 'big.odf');
+    const lines = [];
+    for (let i = 0, x = 12345; i < 400000; i++) {
+      x = (x * 16807) % 2147483647;
+      lines.push(` ${i}  ${x % 100000} \r\n`);
+    }
+    writeFileSync(big, lines.join(''));
+    await expectSameAsNative(page, { boxes: ['SPE'], native: ['--spe'], files: [example('ortec.chn'), big] });
+    await page.close();
+  });
+
   test('the real samples of every format give the native outputs', async () => {
     const page = await browser.open();
     for (const kind of ['chn', 'cnf', 'gaml', 'jcamp', 'mca', 'mpa', 'raw', 'spa', 'spc', 'spe']) {

@@ -130,8 +130,7 @@ export async function status(page) {
 export async function outputs(page) {
   const list = await page.evaluate(async () => {
     const result = [];
-    for (const [, { name, blob }] of window.kestroPage.outputs()) {
-      const bytes = new Uint8Array(await blob.arrayBuffer());
+    for (const [, { name, bytes }] of window.kestroPage.outputs()) {
       let text = '';
       for (let i = 0; i < bytes.length; i += 0x8000) text += String.fromCharCode(...bytes.subarray(i, i + 0x8000));
       result.push([name, btoa(text)]);
