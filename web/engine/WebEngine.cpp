@@ -3,7 +3,10 @@
 // (Module.kestroHost). Texts cross as UTF-8; the state as JSON.
 #include <emscripten.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "batch/Driver.h"
 #include "core/FormatTable.h"
