@@ -133,6 +133,36 @@ describe('messages', () => {
     await page.close();
   });
 
+  test('a file larger than the engine can hold ends with the out-of-memory message, and the next run works', async () => {
+    // The engine's memory capped at 24 MB stands in for a browser's limit.
+    const page = await browser.open((p) => p.route('**/kestro-web.js', async (route) => {
+      const script = await (await route.fetch()).text();
+      const capped = script.replace(/function _emscripten_get_heap_max\(\)\{return \d+\}/,
+        'function _emscripten_get_heap_max(){return 25165824}');
+      assert.notEqual(capped, script, 'the engine script names its memory limit');
+      await route.fulfill({ body: capped, contentType: 'text/javascript' });
+    }));
+    const dir = tempDir();
+    const big = join(dir, 'big.odf');
+    const lines = [];
+    for (let i = 0; i < 1000000; i++) lines.push(` ${i}  ${(i * 7919) % 100000} \r\n`);
+    writeFileSync(big, lines.join(''));
+    await pickFormat(page, 'All');
+    await setBox(page, 'SPE', true);
+    await queueFiles(page, [example('ortec.chn'), big]);
+    const boxes = await convert(page);
+    assert.deepEqual(boxes.map((b) => b.icon), ['information']);
+    assert.match(boxes[0].text, /^! CHECK FOR ERROR !\nError 7 Out of memory in '/);
+    assert.deepEqual([...(await outputs(page)).keys()].sort(), ['ortec.odf', 'ortec.spe'], 'the file before it is kept');
+    assert.equal(await page.$$eval('#List1 option', (o) => o.length), 0, 'the queue is cleared');
+
+    await queueFiles(page, [example('iaea.spe')]);
+    assert.deepEqual(await convert(page), []);
+    assert.deepEqual(await status(page), { text: 'Finished 1 files', red: false });
+    assert.ok((await outputs(page)).has('iaea.odf'));
+    await page.close();
+  });
+
   test('a Yes/No question is answered both ways', async () => {
     const page = await browser.open();
     const dir = tempDir();

@@ -32,9 +32,11 @@ export async function startBrowser() {
   const url = `http://127.0.0.1:${server.address().port}/`;
   return {
     url,
-    async open() {
+    // `prepare(page)` runs before the page loads (routes, for one).
+    async open(prepare) {
       const page = await context.newPage();
       page.on('pageerror', (e) => console.error(`page error: ${e.message}`));
+      if (prepare) await prepare(page);
       const started = Date.now();
       await page.goto(url);
       await page.waitForSelector('body[data-ready="yes"]');
