@@ -19,6 +19,7 @@ let outputs = new Map(); // "folder/name" -> {name, bytes}
 let unlisted = []; // outputs not yet in the list on the page
 let running = false;
 let pending = Promise.resolve(); // folder writes, in order
+let runStarted = 0;
 const plot = new SpecPlot($('plotCanvas'), $('readout'));
 // For scripts and tests: what the page holds, and a folder given without the picker.
 window.kestroPage = { plot, outputs: () => outputs, state: () => engineState, queue: () => queue, useFolder: (h) => useFolder(h) };
@@ -72,6 +73,12 @@ function handle(m) {
       break;
     case 'output':
       keepOutput(m.folder, m.name, m.bytes);
+      break;
+    case 'lend':
+      // The engine comes back to an output it handed over: a copy, while it waits.
+      new Uint8Array(m.into).set(outputs.get(`${m.folder}/${m.name}`).bytes);
+      Atomics.store(answers, 0, 1);
+      Atomics.notify(answers, 0);
       break;
     case 'done':
       finishRun(m.state, m.failure);
@@ -206,6 +213,7 @@ function setBusy(busy) {
 function convert() {
   if (running) return;
   running = true;
+  runStarted = performance.now();
   setBusy(true);
   outputs = new Map();
   unlisted = [];
@@ -227,6 +235,8 @@ function finishRun(state, failure) {
   showState(state);
   pending.then(() => {
     $('downloadZip').disabled = outputs.size === 0;
+    // From Convert to the last output in hand, for the benchmark.
+    document.body.dataset.runMs = String(Math.round(performance.now() - runStarted));
     document.body.dataset.runs = String(Number(document.body.dataset.runs || 0) + 1);
   });
   if (failure) crashed(failure);

@@ -5,8 +5,9 @@
 // Files: large inputs are mounted read-only where they are (WORKERFS reads
 // slices of the File objects as the readers ask), small ones are read as the
 // run starts; each input folder is a memory folder of links to them, so that
-// outputs land beside their inputs as on the desktop. New and changed outputs go to the page as each file
-// ends, and the memory folders go at the end of each run.
+// outputs land beside their inputs as on the desktop. New and changed
+// outputs move to the page as each file ends, and the memory folders go at
+// the end of each run.
 /* global importScripts, createKestro */
 'use strict';
 
@@ -24,12 +25,29 @@ const post = (message, transfer) => postMessage(message, transfer || []);
 // Texts name files by the names the user knows, not by the run's folders.
 const shown = (text) => text.replace(/\/run\/\d+\/\d+\//g, '');
 
+// The status line and the bar change with every file, far more often than
+// the page can paint: between frames only the latest of each goes over, and
+// whatever is pending goes before a message box and at the end of a run.
+const FRAME_MS = 16;
+let painted = 0;
+let unpainted = new Map(); // message type -> latest message
+function paint(message) {
+  unpainted.set(message.type, message);
+  if (performance.now() - painted >= FRAME_MS) flushPaint();
+}
+function flushPaint() {
+  for (const message of unpainted.values()) post(message);
+  unpainted = new Map();
+  painted = performance.now();
+}
+
 const host = {
-  status: (text, red) => post({ type: 'status', text: shown(text), red }),
-  progress: (value) => post({ type: 'progress', value }),
+  status: (text, red) => paint({ type: 'status', text: shown(text), red }),
+  progress: (value) => paint({ type: 'progress', value }),
   beep: () => post({ type: 'beep' }),
   box(text, icon, yesNo) {
     sendOutputs();
+    flushPaint();
     post({ type: 'box', text: shown(text), icon, yesNo });
     if (!answers) return false; // without shared memory nothing can wait: No
     Atomics.wait(answers, 0, 0);
@@ -48,30 +66,89 @@ const host = {
   },
 };
 
-// One output, unless the page has it as it is now.
-function sendOutput(path) {
+// One output, unless the page has it as it is now. Its bytes move to the
+// page uncopied and the file keeps only its size. Should the engine come
+// back to such a file to read or extend it, the page lends the bytes back
+// (takeBack). That needs shared memory to wait in; without it the page gets
+// copies while the run goes on, and the files' own bytes once it has ended.
+function sendOutput(path, last) {
   const root = `/run/${runNumber}/`;
-  if (!path.startsWith(root) || !FS.analyzePath(path).exists) return;
-  const stat = FS.lstat(path);
-  if (!FS.isFile(stat.mode)) return;
-  const seen = `${stat.size}:${stat.mtime.getTime()}`;
+  if (!path.startsWith(root)) return;
+  const found = FS.analyzePath(path, true);
+  if (!found.exists || !FS.isFile(found.object.mode)) return;
+  const node = found.object;
+  const size = node.usedBytes;
+  const seen = `${size}:${node.timestamp}`;
   if (sent.get(path) === seen) return;
   sent.set(path, seen);
   const [folder, ...name] = path.slice(root.length).split('/');
   if (name.length !== 1) return;
-  const bytes = FS.readFile(path);
+  // Bytes as the page keeps them, whatever view the file system holds them in.
+  const contents = node.contents ? new Uint8Array(node.contents.buffer, node.contents.byteOffset, size) : new Uint8Array(0);
+  const move = Boolean(last || answers);
+  const bytes = move ? contents : contents.slice();
   post({ type: 'output', folder: Number(folder), name: name[0], bytes }, [bytes.buffer]);
+  if (move) {
+    node.contents = null;
+    node.lent = { folder: Number(folder), name: name[0] };
+  }
+}
+
+// The bytes of an output sent to the page, back in its file.
+function takeBack(node) {
+  if (!node || !node.lent) return;
+  const shared = new SharedArrayBuffer(node.usedBytes);
+  post({ type: 'lend', ...node.lent, into: shared });
+  Atomics.wait(answers, 0, 0);
+  Atomics.store(answers, 0, 0);
+  node.contents = new Uint8Array(node.usedBytes);
+  node.contents.set(new Uint8Array(shared));
+  delete node.lent;
+}
+
+// Every way the engine reaches a file's bytes passes takeBack first; a file
+// opened to be rewritten starts empty anyway.
+const O_TRUNC = 512;
+function guardLentFiles() {
+  const { open, read, write, truncate, ftruncate } = FS;
+  FS.open = function (path, flags, ...rest) {
+    if (typeof path === 'string') {
+      const found = FS.analyzePath(path);
+      if (found.exists && found.object.lent) {
+        if (flags & O_TRUNC) found.object.usedBytes = 0, delete found.object.lent;
+        else takeBack(found.object);
+      }
+    }
+    return open.call(this, path, flags, ...rest);
+  };
+  FS.read = function (stream, ...rest) {
+    takeBack(stream.node);
+    return read.call(this, stream, ...rest);
+  };
+  FS.write = function (stream, ...rest) {
+    takeBack(stream.node);
+    return write.call(this, stream, ...rest);
+  };
+  FS.truncate = function (path, ...rest) {
+    if (typeof path === 'string') takeBack(FS.analyzePath(path).object);
+    return truncate.call(this, path, ...rest);
+  };
+  FS.ftruncate = function (fd, ...rest) {
+    const stream = FS.getStream(fd);
+    if (stream) takeBack(stream.node);
+    return ftruncate.call(this, fd, ...rest);
+  };
 }
 
 // Every file in the run's folders that the page has not seen as it is now:
 // before a message box (a failed file's outputs stay), and at the end.
-function sendOutputs() {
+function sendOutputs(last = false) {
   const root = `/run/${runNumber}`;
   if (!FS.analyzePath(root).exists) return;
   for (const folder of FS.readdir(root)) {
     if (folder === '.' || folder === '..') continue;
     for (const name of FS.readdir(`${root}/${folder}`)) {
-      if (name !== '.' && name !== '..') sendOutput(`${root}/${folder}/${name}`);
+      if (name !== '.' && name !== '..') sendOutput(`${root}/${folder}/${name}`, last);
     }
   }
 }
@@ -111,20 +188,27 @@ function readAhead(stream, buffer, offset, length, position) {
 const state = () => JSON.parse(engine.UTF8ToString(engine._kestro_state()));
 
 // Small inputs are read before the run, all at once: one read of a File
-// from the worker's thread costs most of a millisecond, whatever its size.
+// from the worker's thread costs most of a millisecond, whatever its size,
+// so they are read as one Blob in one go and each file is a view of it.
 // Large ones stay where they are and are read as the readers ask.
 const EARLY_FILE = 4 << 20;
 const EARLY_TOTAL = 64 << 20;
 async function readSmallFiles(files) {
-  const chosen = [];
+  const chosen = new Set();
   let total = 0;
   for (const { file } of files) {
-    if (file.size > EARLY_FILE || total + file.size > EARLY_TOTAL || chosen.includes(file)) continue;
-    chosen.push(file);
+    if (file.size > EARLY_FILE || total + file.size > EARLY_TOTAL || chosen.has(file)) continue;
+    chosen.add(file);
     total += file.size;
   }
-  const contents = await Promise.all(chosen.map((file) => file.arrayBuffer()));
-  return new Map(chosen.map((file, i) => [file, new Uint8Array(contents[i])]));
+  const all = new Uint8Array(await new Blob([...chosen]).arrayBuffer());
+  const contents = new Map();
+  let start = 0;
+  for (const file of chosen) {
+    contents.set(file, all.subarray(start, start + file.size));
+    start += file.size;
+  }
+  return contents;
 }
 
 // The run's files: [{folder, name, file}]; folder numbers group the inputs
@@ -157,7 +241,7 @@ async function run(files) {
     }
     for (const [name, file] of named) {
       const path = `${mount}/${early.has(file) ? 'read' : 'mounted'}/${name}`;
-      if (early.has(file)) FS.writeFile(path, early.get(file));
+      if (early.has(file)) FS.writeFile(path, early.get(file), { canOwn: true });
       FS.lookupPath(path).node.timestamp = file.lastModified;
       FS.symlink(path, `${dir}/${name}`);
     }
@@ -174,10 +258,11 @@ async function run(files) {
     failure = String(e && e.message ? e.message : e);
   }
   try {
-    sendOutputs();
+    sendOutputs(true);
   } catch (e) {
     failure = failure || String(e);
   }
+  flushPaint();
   FS.chdir('/');
   block = null;
   for (const m of mounts) FS.unmount(m);
@@ -200,6 +285,7 @@ onmessage = async (event) => {
       FS = engine.FS;
       WORKERFS = FS.filesystems.WORKERFS;
       WORKERFS.stream_ops.read = readAhead;
+      if (answers) guardLentFiles();
       engine.ccall('kestro_start', null, [], []);
       post({ type: 'ready', state: state() });
       return;

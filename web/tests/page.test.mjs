@@ -163,6 +163,30 @@ describe('messages', () => {
     await page.close();
   });
 
+  test('an output handed to the page and then extended (the error log of two damaged scans) matches the native one', async () => {
+    const page = await browser.open();
+    const dir = tempDir();
+    // A RAW1.01 scan of `steps` steps; a negative count is damaged.
+    const scan = (name, steps) => {
+      const b = Buffer.alloc(1036);
+      b.write('RAW1.01', 0, 'latin1');
+      b.write('22/11/26', 16, 'latin1');
+      b.write('09:30:00', 26, 'latin1');
+      b.writeDoubleLE(1.5406, 616);
+      b.writeInt32LE(304, 712);
+      b.writeInt32LE(steps, 716);
+      b.writeDoubleLE(10, 728);
+      b.writeDoubleLE(0.5, 888);
+      b.writeInt32LE(8, 968);
+      [1.5, -2, 1e8].forEach((v, i) => b.writeFloatLE(v, 1024 + 4 * i));
+      writeFileSync(join(dir, name), b);
+      return join(dir, name);
+    };
+    const written = await expectSameAsNative(page, { files: [scan('bad1.raw', -3), scan('good.raw', 3), scan('bad2.raw', -5)] });
+    assert.equal(written.get('KestroErr.log').toString('latin1').match(/^Error 9 /gm).length, 2);
+    await page.close();
+  });
+
   test('a Yes/No question is answered both ways', async () => {
     const page = await browser.open();
     const dir = tempDir();
