@@ -3,6 +3,7 @@
 #include <cctype>
 #include <new>
 
+#include "core/RunOutputGuard.h"
 #include "core/Writers.h"
 #include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
@@ -399,12 +400,13 @@ RunOutcome finishRun(Session& form, size_t filesHandled) {
     return RunOutcome::Finished;
 }
 
-RunOutcome runBatch(Session& form) {
+RunOutcome runBatch(Session& form, RunOutputGuard& guard) {
     const size_t count = form.List1.size();
     RunState state;
     size_t i = 0;
     for (; i < count; ++i) {
         form.host().startingFile(i, count, form.List1.at(i));
+        guard.startingFile(i);
         FileJob job = prepareJob(form.List2.at(i), form.List1.at(i));
         const Next next = convertOne(form, job, state);
         if (next == Next::EndRun) return state.outcome;
@@ -424,9 +426,9 @@ RunOutcome handleFailure(Session& form, int number, const std::string& descripti
     return RunOutcome::ErrorHandled;
 }
 
-RunOutcome runHandlingFailures(Session& form) {
+RunOutcome runHandlingFailures(Session& form, RunOutputGuard& guard) {
     try {
-        return runBatch(form);
+        return runBatch(form, guard);
     } catch (const RuntimeError& e) {
         return handleFailure(form, e.number(), e.description());
     } catch (const std::bad_alloc&) {
@@ -448,7 +450,11 @@ std::string writeFailureMessage(int number, const std::string& description) {
 
 RunOutcome RunCode_Click(Session& form) {
     ++form.runNumber;
-    const RunOutcome outcome = runHandlingFailures(form);
+    // Every output of the run, the files a failed reader left open included,
+    // is written and closed under the guard's eye.
+    RunOutputGuard guard(form, systemTrash());
+    GuardingOutputs guarding(&guard);
+    const RunOutcome outcome = runHandlingFailures(form, guard);
     // Files a reader left open (a failed one always does) would block the
     // next run with "File already open": the run ends with none open.
     form.files.closeAllQuietly();

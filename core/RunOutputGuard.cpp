@@ -1,0 +1,186 @@
+#include "core/RunOutputGuard.h"
+
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "core/Session.h"
+#include "core/runtime/RuntimeError.h"
+
+namespace kestro {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string normal(const std::string& path) {
+    if (!path.empty() && path[0] == '/' && path.find("/.") == std::string::npos && path.find("//") == std::string::npos)
+        return path;  // already absolute and plain, the common case
+    std::error_code e;
+    const fs::path p = fs::absolute(path, e);
+    return e ? path : p.lexically_normal().string();
+}
+
+// Length and modification time, the time in nanoseconds since 1970.
+bool stampOf(const std::string& path, uintmax_t& size, int64_t& time) {
+    std::error_code e1, e2;
+    size = fs::file_size(path, e1);
+    const auto written = fs::last_write_time(path, e2);
+    if (e1 || e2) return false;
+    time = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::file_clock::to_sys(written).time_since_epoch()).count();
+    return true;
+}
+
+bool exists(const std::string& path) {
+    std::error_code e;
+    return fs::exists(fs::symlink_status(path, e));
+}
+
+std::string readRecord(const std::string& path) {
+    std::string text;
+    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
+        char block[1 << 14];
+        size_t got;
+        while ((got = std::fread(block, 1, sizeof block, f)) > 0) text.append(block, got);
+        std::fclose(f);
+    }
+    return text;
+}
+
+// Written whole under a temporary name, then renamed, like an output; a
+// record that cannot be written only means those outputs count as foreign
+// next time (they go to the trash, nothing is lost).
+void writeRecord(const std::string& path, const std::string& text) {
+    const std::string temporary = temporaryNameBeside(path);
+    std::FILE* f = std::fopen(temporary.c_str(), "wbx");
+    if (!f) return;
+    const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
+    if (std::fclose(f) == 0 && ok && std::rename(temporary.c_str(), path.c_str()) == 0) return;
+    std::remove(temporary.c_str());
+}
+
+constexpr const char RecordHeading[] = "kestro outputs 1\n";
+
+}  // namespace
+
+RunOutputGuard::RunOutputGuard(Session& form, Trash& trash) : form_(form), trash_(trash) {
+    for (const std::string& p : form.List2) queue_.push_back(normal(p));
+}
+
+RunOutputGuard::~RunOutputGuard() {
+    for (const std::string& copy : copies_) std::remove(copy.c_str());
+    for (const auto& [dir, folder] : folders_) {
+        if (!folder.changed) continue;
+        std::string text = RecordHeading;
+        for (const auto& [name, stamp] : folder.own) {
+            if (!exists(dir + "/" + name)) continue;
+            text += std::to_string(stamp.size) + ' ' + std::to_string(stamp.time) + ' ' + name + '\n';
+        }
+        writeRecord(dir + "/" + RecordName, text);
+    }
+}
+
+// A folder's record, read when the run first writes there; the temporary
+// files that a killed run left there go then.
+RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::string& name) {
+    const size_t slash = path.rfind('/');
+    const std::string dir = slash == 0 ? "/" : path.substr(0, slash);
+    name = path.substr(slash + 1);
+    auto [it, added] = folders_.try_emplace(dir);
+    if (!added) return it->second;
+    Folder& folder = it->second;
+    const std::string text = readRecord(dir + "/" + RecordName);
+    if (text.compare(0, sizeof RecordHeading - 1, RecordHeading) == 0) {
+        size_t at = sizeof RecordHeading - 1;
+        while (at < text.size()) {
+            size_t end = text.find('\n', at);
+            if (end == std::string::npos) break;  // a line cut short is not trusted
+            Stamp stamp;
+            char* after = nullptr;
+            stamp.size = std::strtoumax(text.c_str() + at, &after, 10);
+            stamp.time = std::strtoll(after, &after, 10);
+            if (*after == ' ' && after + 1 < text.c_str() + end)
+                folder.own[std::string(static_cast<const char*>(after) + 1, text.c_str() + end)] = stamp;
+            at = end + 1;
+        }
+    }
+    std::error_code e;
+    for (fs::directory_iterator entry(dir, e), end; !e && entry != end; entry.increment(e)) {
+        long pid = 0;
+        const std::string entryName = entry->path().filename().string();
+        if (isTemporaryOutputName(entryName, pid) && !processRuns(pid)) std::remove(entry->path().c_str());
+    }
+    return folder;
+}
+
+bool RunOutputGuard::ownUnchanged(const std::string& path) {
+    std::string name;
+    Folder& folder = folderOf(path, name);
+    auto it = folder.own.find(name);
+    if (it == folder.own.end()) return false;
+    Stamp now;
+    return stampOf(path, now.size, now.time) && now == it->second;
+}
+
+bool RunOutputGuard::waitingInQueue(const std::string& path) const {
+    for (size_t i = current_ + 1; i < queue_.size(); ++i)
+        if (queue_[i] == path) return true;
+    return false;
+}
+
+RunLogFile* RunOutputGuard::logEntry() { return form_.runLog.current(); }
+
+void RunOutputGuard::appending(const std::string& given) {
+    const std::string path = normal(given);
+    if (exists(path) && !writtenThisRun_.count(path) && !ownUnchanged(path)) foreignAppends_.insert(path);
+}
+
+void RunOutputGuard::replacing(const std::string& given) {
+    const std::string path = normal(given);
+    if (!exists(path) || form_.replaceInPlace || !trash_.available()) return;
+    const bool queued = waitingInQueue(path);
+    if (!queued && (writtenThisRun_.count(path) || ownUnchanged(path))) return;
+    std::string kept;
+    if (queued && !trash_.saysWhere()) {
+        // Read from a copy of its own, as the trash does not say where it is.
+        std::error_code e;
+        kept = temporaryNameBeside((fs::temp_directory_path(e) / "x").string());
+        if (e || !fs::copy_file(path, kept, e) || e) raise(err::PathFileAccess);
+        copies_.push_back(kept);
+    }
+    std::string where;
+    // Nothing replaces a file that could not be kept.
+    if (!trash_.moveToTrash(path, where)) raise(err::PathFileAccess);
+    if (queued) moved_[path] = kept.empty() ? where : kept;
+    if (RunLogFile* f = logEntry()) f->replaced.push_back(path);
+}
+
+void RunOutputGuard::written(const std::string& given) {
+    const std::string path = normal(given);
+    if (foreignAppends_.erase(path)) return;
+    writtenThisRun_.insert(path);
+    std::string name;
+    Folder& folder = folderOf(path, name);
+    if (name.find('\n') != std::string::npos) return;
+    Stamp stamp;
+    if (!stampOf(path, stamp.size, stamp.time)) return;
+    folder.own[name] = stamp;
+    folder.changed = true;
+}
+
+void RunOutputGuard::removed(const std::string& given) {
+    if (RunLogFile* f = logEntry()) f->removed.push_back(normal(given));
+}
+
+std::string RunOutputGuard::readFrom(const std::string& path) {
+    if (moved_.empty() || current_ >= queue_.size()) return path;
+    const std::string p = normal(path);
+    if (p != queue_[current_]) return path;
+    auto it = moved_.find(p);
+    return it == moved_.end() ? path : it->second;
+}
+
+}  // namespace kestro
