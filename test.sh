@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs every test: the suite, the Debian package check, the suite again under
+# Runs every test: the suite, the file-safety checks on a real file system
+# (a full tmpfs when run as root), the Debian package check, the suite again under
 # AddressSanitizer and UndefinedBehaviorSanitizer, and each fuzz target for a
 # bounded time.
 # "./test.sh quick" runs the suite alone.
@@ -11,6 +12,9 @@ fuzz_seconds=${KESTRO_FUZZ_SECONDS:-30}
 cmake --build build
 ctest --test-dir build --output-on-failure -j2
 [ "${1:-}" = quick ] && exit 0
+
+echo "== Files on a full disk, killed runs, the trash"
+scripts/file-safety.sh
 
 echo "== The Debian package"
 scripts/package-check.sh

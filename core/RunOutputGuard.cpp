@@ -64,31 +64,54 @@ void writeRecord(const std::string& path, const std::string& text) {
 
 constexpr const char RecordHeading[] = "kestro outputs 1\n";
 
+std::string recordLine(const std::string& name, uintmax_t size, int64_t time) {
+    return std::to_string(size) + ' ' + std::to_string(time) + ' ' + name + '\n';
+}
+
+std::string folderPart(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 }  // namespace
 
 RunOutputGuard::RunOutputGuard(Session& form, Trash& trash) : form_(form), trash_(trash) {
-    for (const std::string& p : form.List2) queue_.push_back(normal(p));
+    for (const std::string& p : form.List2) {
+        lastInQueue_[normal(p)] = queue_.size();
+        queue_.push_back(normal(p));
+    }
 }
 
 RunOutputGuard::~RunOutputGuard() {
     for (const std::string& copy : copies_) std::remove(copy.c_str());
-    for (const auto& [dir, folder] : folders_) {
+    // Each record once more, one line a file still there.
+    for (auto& [dir, folder] : folders_) {
+        if (folder.log) std::fclose(folder.log);
         if (!folder.changed) continue;
         std::string text = RecordHeading;
-        for (const auto& [name, stamp] : folder.own) {
-            if (!exists(dir + "/" + name)) continue;
-            text += std::to_string(stamp.size) + ' ' + std::to_string(stamp.time) + ' ' + name + '\n';
-        }
+        for (const auto& [name, stamp] : folder.own)
+            if (exists(dir + "/" + name)) text += recordLine(name, stamp.size, stamp.time);
         writeRecord(dir + "/" + RecordName, text);
     }
+}
+
+void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::string& name, const Stamp& stamp) {
+    folder.own[name] = stamp;
+    folder.changed = true;
+    if (!folder.log) {
+        folder.log = std::fopen((dir + "/" + RecordName).c_str(), "ab");
+        if (!folder.log) return;
+        std::setvbuf(folder.log, nullptr, _IONBF, 0);  // each line reaches the file at once
+        if (std::ftell(folder.log) == 0) std::fputs(RecordHeading, folder.log);
+    }
+    std::fputs(recordLine(name, stamp.size, stamp.time).c_str(), folder.log);
 }
 
 // A folder's record, read when the run first writes there; the temporary
 // files that a killed run left there go then.
 RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::string& name) {
-    const size_t slash = path.rfind('/');
-    const std::string dir = slash == 0 ? "/" : path.substr(0, slash);
-    name = path.substr(slash + 1);
+    const std::string dir = folderPart(path);
+    name = path.substr(path.rfind('/') + 1);
     auto [it, added] = folders_.try_emplace(dir);
     if (!added) return it->second;
     Folder& folder = it->second;
@@ -126,9 +149,8 @@ bool RunOutputGuard::ownUnchanged(const std::string& path) {
 }
 
 bool RunOutputGuard::waitingInQueue(const std::string& path) const {
-    for (size_t i = current_ + 1; i < queue_.size(); ++i)
-        if (queue_[i] == path) return true;
-    return false;
+    auto it = lastInQueue_.find(path);
+    return it != lastInQueue_.end() && it->second > current_;
 }
 
 RunLogFile* RunOutputGuard::logEntry() { return form_.runLog.current(); }
@@ -167,8 +189,7 @@ void RunOutputGuard::written(const std::string& given) {
     if (name.find('\n') != std::string::npos) return;
     Stamp stamp;
     if (!stampOf(path, stamp.size, stamp.time)) return;
-    folder.own[name] = stamp;
-    folder.changed = true;
+    record(folderPart(path), folder, name, stamp);
 }
 
 void RunOutputGuard::removed(const std::string& given) {

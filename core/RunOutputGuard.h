@@ -6,11 +6,15 @@
 //
 // Kestro knows its own files by a small record in each folder it writes in,
 // ".kestro-outputs": the name, length and modification time of each output
-// it wrote there.
+// it wrote there. A line is added as each output takes its name, so that a
+// killed run's finished outputs count as Kestro's too; the record is
+// rewritten once at the end of the run with one line a file.
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "core/runtime/Files.h"
@@ -47,16 +51,19 @@ private:
     };
     struct Folder {
         std::map<std::string, Stamp> own;
+        std::FILE* log = nullptr;  // the record, open for a line per output
         bool changed = false;
     };
     Folder& folderOf(const std::string& path, std::string& name);
     bool ownUnchanged(const std::string& path);
     bool waitingInQueue(const std::string& path) const;
     RunLogFile* logEntry();
+    void record(const std::string& dir, Folder& folder, const std::string& name, const Stamp& stamp);
 
     Session& form_;
     Trash& trash_;
     std::vector<std::string> queue_;  // full paths, normalised
+    std::unordered_map<std::string, size_t> lastInQueue_;
     size_t current_ = 0;
     std::set<std::string> writtenThisRun_;
     std::set<std::string> foreignAppends_;       // appends to a file Kestro did not write
