@@ -28,21 +28,7 @@ trash=$XDG_DATA_HOME/Trash/files
 fail() { echo "file-safety: $*" >&2; exit 1; }
 
 # COUNT CNF files of 16384 channels in FOLDER, named s00000.cnf ...
-make_cnf() {
-  python3 - "$1" "$2" <<'EOF'
-import random, struct, sys
-folder, count = sys.argv[1], int(sys.argv[2])
-channels = 16384
-header = bytearray(1024)
-header[0x100:0x104] = b'\xd0\x01' + struct.pack('<h', channels)
-header[0x200:0x219] = b'\x01' + struct.pack('<Qqq', 58557 * 86400 * 10**7, ~(3000 * 10**7), ~(2950 * 10**7))
-rng = random.Random(7)
-for i in range(count):
-    with open('%s/s%05d.cnf' % (folder, i), 'wb') as f:
-        f.write(header)
-        f.write(struct.pack('<%di' % channels, *(rng.randrange(100000) for _ in range(channels))))
-EOF
-}
+make_cnf() { python3 scripts/make-cnf.py "$1" "$2"; }
 
 # Every output under its own name in FOLDER equals the reference's; none is
 # left under a temporary name unless ALLOW_TEMPORARY is set.
