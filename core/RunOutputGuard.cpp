@@ -1,6 +1,5 @@
 #include "core/RunOutputGuard.h"
 
-#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -22,16 +21,6 @@ std::string normal(const std::string& path) {
     std::error_code e;
     const fs::path p = fs::absolute(path, e);
     return e ? path : p.lexically_normal().string();
-}
-
-// Length and modification time, the time in nanoseconds since 1970.
-bool stampOf(const std::string& path, uintmax_t& size, int64_t& time) {
-    std::error_code e1, e2;
-    size = fs::file_size(path, e1);
-    const auto written = fs::last_write_time(path, e2);
-    if (e1 || e2) return false;
-    time = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::file_clock::to_sys(written).time_since_epoch()).count();
-    return true;
 }
 
 bool exists(const std::string& path) {
@@ -64,7 +53,7 @@ void writeRecord(const std::string& path, const std::string& text) {
 
 constexpr const char RecordHeading[] = "kestro outputs 1\n";
 
-std::string recordLine(const std::string& name, uintmax_t size, int64_t time) {
+std::string recordLine(const std::string& name, uint64_t size, int64_t time) {
     return std::to_string(size) + ' ' + std::to_string(time) + ' ' + name + '\n';
 }
 
@@ -123,7 +112,7 @@ RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::s
             if (end == std::string::npos) break;  // a line cut short is not trusted
             Stamp stamp;
             char* after = nullptr;
-            stamp.size = std::strtoumax(text.c_str() + at, &after, 10);
+            stamp.size = std::strtoull(text.c_str() + at, &after, 10);
             stamp.time = std::strtoll(after, &after, 10);
             if (*after == ' ' && after + 1 < text.c_str() + end)
                 folder.own[std::string(static_cast<const char*>(after) + 1, text.c_str() + end)] = stamp;
@@ -145,7 +134,7 @@ bool RunOutputGuard::ownUnchanged(const std::string& path) {
     auto it = folder.own.find(name);
     if (it == folder.own.end()) return false;
     Stamp now;
-    return stampOf(path, now.size, now.time) && now == it->second;
+    return fileStamp(path, now.size, now.time) && now == it->second;
 }
 
 bool RunOutputGuard::waitingInQueue(const std::string& path) const {
@@ -188,7 +177,7 @@ void RunOutputGuard::written(const std::string& given) {
     Folder& folder = folderOf(path, name);
     if (name.find('\n') != std::string::npos) return;
     Stamp stamp;
-    if (!stampOf(path, stamp.size, stamp.time)) return;
+    if (!fileStamp(path, stamp.size, stamp.time)) return;
     record(folderPart(path), folder, name, stamp);
 }
 

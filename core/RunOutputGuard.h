@@ -45,7 +45,7 @@ public:
 
 private:
     struct Stamp {
-        uintmax_t size = 0;
+        uint64_t size = 0;
         int64_t time = 0;
         bool operator==(const Stamp&) const = default;
     };

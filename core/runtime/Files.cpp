@@ -97,23 +97,21 @@ constexpr const char TemporaryPrefix[] = ".kestro~";
 }
 
 // The file an output of that name goes to: a link's target, as a write
-// through the link would reach it.
-std::string finalTarget(const std::string& path) {
+// through the link would reach it. One that could not be opened for writing
+// refuses as before, though the new bytes go elsewhere first.
+std::string writableTarget(const std::string& path) {
     struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
-    char* resolved = ::realpath(path.c_str(), nullptr);
-    if (!resolved) return path;  // a dangling link is replaced by the file
-    std::string target = resolved;
-    std::free(resolved);
+    if (::lstat(path.c_str(), &st) != 0) return path;  // a new file, the common case
+    std::string target = path;
+    if (S_ISLNK(st.st_mode)) {
+        char* resolved = ::realpath(path.c_str(), nullptr);
+        if (!resolved) return path;  // a dangling link is replaced by the file
+        target = resolved;
+        std::free(resolved);
+        if (::stat(target.c_str(), &st) != 0) return target;
+    }
+    if (S_ISDIR(st.st_mode) || ::access(target.c_str(), W_OK) != 0) raise(err::PathFileAccess);
     return target;
-}
-
-// A file that could not be opened for writing refuses as before, though the
-// new bytes go elsewhere first.
-void refuseUnwritable(const std::string& path) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) return;
-    if (S_ISDIR(st.st_mode) || ::access(path.c_str(), W_OK) != 0) raise(err::PathFileAccess);
 }
 }  // namespace
 
@@ -133,7 +131,16 @@ std::string temporaryNameBeside(const std::string& path) {
     static std::atomic<unsigned> count{0};
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-    return folder + TemporaryPrefix + std::to_string(static_cast<long>(::getpid())) + "~" + std::to_string(++count);
+    static const std::string process = std::to_string(static_cast<long>(::getpid()));
+    return folder + TemporaryPrefix + process + "~" + std::to_string(++count);
+}
+
+bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return false;
+    size = static_cast<uint64_t>(st.st_size);
+    modified = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    return true;
 }
 
 std::string inputLocation(const std::string& path) { return outputGuard ? outputGuard->readFrom(path) : path; }
@@ -162,8 +169,7 @@ OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path), mode_(
         if (::fstat(fileno(file_), &st) == 0) appendFrom_ = static_cast<int64_t>(st.st_size);
         return;
     }
-    target_ = finalTarget(path);
-    refuseUnwritable(target_);
+    target_ = writableTarget(path);
     temporary_ = temporaryNameBeside(target_);
     file_ = std::fopen(temporary_.c_str(), "wbx");
     if (!file_) raiseOpenError(errno);

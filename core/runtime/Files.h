@@ -25,6 +25,10 @@ DateValue fileModified(const std::string& path);
 // Replaces the file with these bytes.
 void writeWholeFile(const std::string& path, std::string_view bytes);
 
+// A file's length and modification time (nanoseconds since 1970); false
+// when there is no such file.
+bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified);
+
 // Where an input named `path` is to be read from: its own name, unless the
 // run moved it aside before an output took that name.
 std::string inputLocation(const std::string& path);
