@@ -6,7 +6,7 @@ cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
           qt6-base-dev qt6-charts-dev libqt6opengl6-dev libdcmtk-dev
-          dpkg-dev file lintian)  # the last three build and check the Debian package
+          dpkg-dev file lintian appstream)  # the last four build and check the Debian package
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

@@ -22,16 +22,22 @@
 #include <QMimeData>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QStorageInfo>
 #include <QSysInfo>
+#include <QToolButton>
 #include <QToolTip>
 #include <QTreeView>
+#include <QTreeWidget>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <climits>
 
 #include "app/Remembered.h"
 #include "batch/Driver.h"
 #include "core/FormatTable.h"
+#include "core/runtime/RuntimeError.h"
 #include "plot/SpecPlot.h"
 
 using namespace kestro;
@@ -63,6 +69,58 @@ QStringList patternList(const std::string& pattern) {
     return list;
 }
 
+QString shownPath(const QString& folder) { return QDir::toNativeSeparators(folder); }
+
+QString oneLine(const std::string& text) { return qs(text).simplified(); }
+
+QStringList fileNames(const std::vector<std::string>& paths) {
+    QStringList names;
+    for (const std::string& path : paths) names << QFileInfo(qs(path)).fileName();
+    return names;
+}
+
+// One row of the run log: what was written, or why nothing (more) was.
+QString resultText(const RunLogFile& file) {
+    QString text;
+    switch (file.state) {
+    case RunLogFile::State::NotReached: return "not reached";
+    case RunLogFile::State::Failed:
+        text = "stopped: " + (file.message.empty() ? QString("the run ended here") : oneLine(file.message));
+        if (!file.outputs.empty()) text += "; written before it stopped: " + fileNames(file.outputs).join(", ");
+        break;
+    case RunLogFile::State::Converted:
+        text = file.outputs.empty() ? QString("nothing written") : "wrote " + fileNames(file.outputs).join(", ");
+        if (!file.message.empty()) text += "; said: " + oneLine(file.message);
+        break;
+    }
+    if (!file.replaced.empty()) text += "; earlier files moved aside: " + fileNames(file.replaced).join(", ");
+    if (!file.removed.empty()) text += "; removed after the failure: " + fileNames(file.removed).join(", ");
+    return text;
+}
+
+// The tool tip keeps the message's lines and the full paths.
+QString resultDetail(const RunLogFile& file) {
+    QStringList lines;
+    if (!file.message.empty()) lines << qs(file.message).trimmed();
+    for (const std::string& path : file.outputs) lines << qs(path);
+    return lines.join('\n');
+}
+
+// The window manager's frame around a top-level widget.
+QMargins frameMargins(const QWidget& w) {
+    const QRect outer = w.frameGeometry(), inner = w.geometry();
+    return {inner.left() - outer.left(), inner.top() - outer.top(), outer.right() - inner.right(),
+            outer.bottom() - inner.bottom()};
+}
+
+// `rect` moved (and if need be shrunk) to lie inside `area`.
+QRect inside(QRect rect, const QRect& area) {
+    rect.setSize(rect.size().boundedTo(area.size()));
+    rect.moveLeft(std::clamp(rect.left(), area.left(), area.right() + 1 - rect.width()));
+    rect.moveTop(std::clamp(rect.top(), area.top(), area.bottom() + 1 - rect.height()));
+    return rect;
+}
+
 }  // namespace
 
 Kestro::Kestro(const QString& commandLine, QWidget* parent) : QWidget(parent), session_(*this) {
@@ -77,6 +135,7 @@ Kestro::Kestro(const QString& commandLine, QWidget* parent) : QWidget(parent), s
         LogScale->setChecked(on);
         LogScale_Click(on);
     });
+    connect(plot_, &SpecPlot::resultChosen, this, &Kestro::showResult);
     session_.commandLine = ss(commandLine);
     formLoad(session_);
     fillDrives();
@@ -95,7 +154,9 @@ void Kestro::createControls() {
     Dir1->setModel(folders_);
     for (int c = 1; c < folders_->columnCount(); ++c) Dir1->hideColumn(c);
     Dir1->header()->hide();
+    Path = named(new QLineEdit(this), "Path", "the folder shown; type or paste a folder and press Enter");
     File1 = named(new QListWidget(this), "File1", "select file");
+    File1->setTextElideMode(Qt::ElideMiddle);  // the extension stays in sight
     File1->setSelectionMode(QAbstractItemView::ExtendedSelection);
     File1->setMouseTracking(true);
     File1->viewport()->installEventFilter(this);
@@ -124,7 +185,7 @@ void Kestro::createControls() {
     LogScale = named(new QCheckBox(this), "LogScale");
     // Kestro's own addition, off at start: nothing changes until it is ticked.
     ModernRead = named(new QCheckBox("Modern readers", this), "ModernRead",
-                       "read GAML, SPA, SPC, RAW, MPA and CNF files by their documented layouts, "
+                       "read GAML, SPA, SPC, RAW, MPA, CNF and SPX files by their documented layouts, "
                        "where the classic rules give no data or wrong data");
     // The captions "SPE [AIEA]" and "SPO [Gpx]" are kept as users know them.
     MakeSPE = label("MakeSPE", "SPE [AIEA]", this);
@@ -138,6 +199,18 @@ void Kestro::createControls() {
     ProgressBar1 = named(new QProgressBar(this), "ProgressBar1");
     ProgressBar1->setRange(0, 100);
     ProgressBar1->setValue(0);
+    Details = named(new QToolButton(this), "Details", "what the last run did, file by file");
+    Details->setText("Details");
+    Details->setCheckable(true);
+    Details->setArrowType(Qt::RightArrow);
+    Details->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    Details->setAutoRaise(true);
+    RunLogList = named(new QTreeWidget(this), "RunLog");
+    RunLogList->setColumnCount(2);
+    RunLogList->setHeaderLabels({"File", "Result"});
+    RunLogList->setRootIsDecorated(false);
+    RunLogList->setMinimumHeight(90);
+    RunLogList->hide();
     Label1 = label("Label1", "Folders:", this);
     Label2 = label("Label2", "File Names:", this);
     Label3 = label("Label3", "File Types:", this);
@@ -157,11 +230,12 @@ void Kestro::arrangeControls() {
     browse->addWidget(Label2, 0, 1);
     browse->addWidget(Drive1, 1, 0);
     browse->addWidget(Text1, 1, 1);
-    browse->addWidget(Dir1, 2, 0);
-    browse->addWidget(File1, 2, 1);
-    browse->addWidget(Label3, 3, 0);
-    browse->addWidget(Combo1, 3, 1);
-    browse->setRowStretch(2, 1);
+    browse->addWidget(Path, 2, 0, 1, 2);
+    browse->addWidget(Dir1, 3, 0);
+    browse->addWidget(File1, 3, 1);
+    browse->addWidget(Label3, 4, 0);
+    browse->addWidget(Combo1, 4, 1);
+    browse->setRowStretch(3, 1);
 
     auto* queueButtons = new QHBoxLayout;
     queueButtons->addWidget(addfile);
@@ -194,15 +268,31 @@ void Kestro::arrangeControls() {
     status->addWidget(Text2, 2);
     status->addWidget(ProgressBar1, 1);
 
+    auto* details = new QHBoxLayout;
+    details->addWidget(Details);
+    details->addStretch();
+
     auto* whole = new QVBoxLayout(this);
     whole->addLayout(top, 1);
     whole->addLayout(status);
+    whole->addLayout(details);
+    whole->addWidget(RunLogList);
     resize(900, 560);
 }
 
 void Kestro::connectHandlers() {
     connect(Drive1, &QComboBox::activated, this, &Kestro::Drive1_Change);
     connect(Dir1, &QTreeView::clicked, this, &Kestro::Dir1_Click);
+    // The keys move through the tree as clicks do.
+    connect(Dir1->selectionModel(), &QItemSelectionModel::currentChanged, this, &Kestro::Dir1_CurrentChanged);
+    Dir1->viewport()->installEventFilter(this);
+    Dir1->installEventFilter(this);
+    connect(folders_, &QFileSystemModel::directoryLoaded, this, &Kestro::revealFolder);
+    connect(Path, &QLineEdit::returnPressed, this, &Kestro::Path_Enter);
+    connect(Details, &QToolButton::toggled, this, [this](bool open) {
+        Details->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+        RunLogList->setVisible(open);
+    });
     connect(File1, &QListWidget::itemDoubleClicked, this, &Kestro::File1_DblClick);
     connect(addfile, &QPushButton::clicked, this, &Kestro::addfile_Click);
     connect(remove, &QPushButton::clicked, this, &Kestro::remove_Click);
@@ -247,18 +337,56 @@ void Kestro::Drive1_Change(int index) {
 
 void Kestro::showFolder(const QString& path) {
     folder_ = QDir(path).absolutePath();
-    const QModelIndex index = folders_->index(folder_);
-    Dir1->setCurrentIndex(index);
-    Dir1->scrollTo(index);
-    Dir1->expand(index);
+    Path->setText(shownPath(folder_));
+    // The tree fills in the background: each parent that loads moves the
+    // folder's row, so it is scrolled to again until the user takes over.
+    revealing_ = true;
+    revealFolder(QString());
     fillFileList();
+}
+
+void Kestro::revealFolder(const QString& loaded) {
+    if (!revealing_) return;
+    const QString parent = loaded.endsWith('/') ? loaded : loaded + '/';
+    if (!loaded.isEmpty() && !(folder_ + '/').startsWith(parent)) return;
+    const QModelIndex index = folders_->index(folder_);
+    if (!index.isValid()) return;
+    if (Dir1->currentIndex() != index) Dir1->setCurrentIndex(index);
+    Dir1->scrollTo(index, QAbstractItemView::PositionAtCenter);
+    Dir1->expand(index);
 }
 
 void Kestro::Dir1_Click(const QModelIndex& index) {
     const QString text = folders_->fileName(index);
     const bool fits = Dir1->fontMetrics().horizontalAdvance(text) < Dir1->viewport()->width();
     Dir1->setToolTip(fits ? "select folder" : folders_->filePath(index));
-    showFolder(folders_->filePath(index));
+    Dir1_CurrentChanged(index);
+    Dir1->expand(index);
+}
+
+void Kestro::Dir1_CurrentChanged(const QModelIndex& index) {
+    if (!index.isValid()) return;
+    const QString path = folders_->filePath(index);
+    if (path == folder_) return;
+    revealing_ = false;
+    folder_ = path;
+    Path->setText(shownPath(folder_));
+    fillFileList();
+}
+
+void Kestro::Path_Enter() {
+    const QString typed = Path->text().trimmed();
+    QString path = QDir::fromNativeSeparators(typed);
+    if (path == "~" || path.startsWith("~/")) path = QDir::homePath() + path.mid(1);
+    const QFileInfo target(QDir(folder_).absoluteFilePath(path));
+    if (typed.isEmpty() || !target.isDir()) {
+        const QString why = target.exists() ? " is a file, not a folder." : " does not exist.";
+        messageBox(ss("The folder \"" + typed + "\"" + why + "\nThe folder shown stays " + shownPath(folder_) + "."),
+                   BoxIcon::Exclamation, BoxButtons::Ok);
+        Path->setText(shownPath(folder_));
+        return;
+    }
+    showFolder(QDir::cleanPath(target.absoluteFilePath()));
 }
 
 void Kestro::fillFileList() {
@@ -267,7 +395,8 @@ void Kestro::fillFileList() {
     dir.setFilter(QDir::Files);
     dir.setNameFilters(patternList(session_.filePattern));
     dir.setSorting(QDir::Name | QDir::IgnoreCase);
-    File1->addItems(dir.entryList());
+    // A name too long for the list shows whole as its tool tip.
+    for (const QString& name : dir.entryList()) (new QListWidgetItem(name, File1))->setToolTip(name);
 }
 
 void Kestro::File1_DblClick() { addfile->click(); }
@@ -314,6 +443,11 @@ void Kestro::dropEvent(QDropEvent* event) {
 
 // The entry under the mouse becomes the list's tool tip, "(empty)" below the last.
 bool Kestro::eventFilter(QObject* watched, QEvent* event) {
+    // Once the user works the folder tree it stays where they put it.
+    const QEvent::Type type = event->type();
+    if ((watched == Dir1 || watched == Dir1->viewport()) &&
+        (type == QEvent::MouseButtonPress || type == QEvent::Wheel || type == QEvent::KeyPress))
+        revealing_ = false;
     if (event->type() == QEvent::MouseMove) {
         for (QListWidget* list : {File1, List1}) {
             if (watched != list->viewport()) continue;
@@ -358,6 +492,8 @@ void Kestro::SPO_Click(bool checked) {
 void Kestro::LogScale_Click(bool checked) {
     session_.boxes.LogScale = checked;
     linlogLabel->setText(checked ? "log" : "lin");
+    // The plot showing is drawn again on the chosen scale.
+    if (plot_ && plot_->isVisible() && plot_->logarithmic() != checked) plot_->applyScale(checked);
 }
 
 // ---- the batch ----
@@ -366,6 +502,7 @@ void Kestro::RunCode_Click() {
     // Input waits until the run ends: the batch runs here, and only painting
     // is let through while it does.
     RunCode->setEnabled(false);
+    RunLogList->clear();
     kestro::RunCode_Click(session_);
     RunCode->setEnabled(true);
 }
@@ -399,10 +536,76 @@ Answer Kestro::messageBox(const std::string& text, BoxIcon icon, BoxButtons butt
 }
 
 void Kestro::plot(const PlotPoints& points, int64_t, const std::string& name) {
+    const bool shown = plot_->isVisible();
     plot_->plot(points, qs(name), size());
+    // Every ".odf" the file gave can be stepped through, this one first.
+    QStringList results;
+    if (const RunLogFile* file = session_.runLog.current())
+        for (const std::string& output : file->outputs)
+            if (QFileInfo(qs(output)).suffix().compare("odf", Qt::CaseInsensitive) == 0 &&
+                QFileInfo::exists(qs(output)))
+                results << qs(output);
+    if (!results.contains(qs(name))) results.prepend(qs(name));
+    plot_->setResults(results, static_cast<int>(results.indexOf(qs(name))));
+    if (!shown) {
+        placePlot();
+    } else {
+        // Where the user left it, but still fully on screen at its new size.
+        const QRect at = inside(plot_->frameGeometry(), plot_->screen()->availableGeometry());
+        plot_->resize(at.size().shrunkBy(frameMargins(*plot_)));
+        plot_->move(at.topLeft());
+    }
     plot_->show();
     plot_->raise();
     paintNow();
+}
+
+void Kestro::showResult(const QString& odfName) {
+    try {
+        plot_->replacePoints(readPlotPoints(ss(odfName)), odfName);
+    } catch (const RuntimeError& e) {
+        messageBox(ss(odfName) + " could not be read: Error " + std::to_string(e.number()) + " " + e.description(),
+                   BoxIcon::Exclamation, BoxButtons::Ok);
+        return;
+    }
+    plot_->applyScale(session_.boxes.LogScale);
+}
+
+QRect Kestro::plotPlacement(const QRect& screen, const QRect& main, QSize plot, int statusTop, int statusBottom) {
+    QRect at(QPoint(), plot.boundedTo(screen.size()));
+    if (main.right() + at.width() <= screen.right()) {
+        at.moveTopLeft({main.right() + 1, main.top()});
+    } else if (main.left() - at.width() >= screen.left()) {
+        at.moveTopLeft({main.left() - at.width(), main.top()});
+    } else {
+        // Over the main window, on the side of its status line with more room.
+        const int above = statusTop - screen.top(), below = screen.bottom() - statusBottom;
+        at.moveLeft(main.left() + 40);
+        if (above >= below) {
+            at.setHeight(std::min(at.height(), above));
+            at.moveTop(std::max(screen.top(), statusTop - at.height()));
+        } else {
+            at.setHeight(std::min(at.height(), below));
+            at.moveTop(statusBottom + 1);
+        }
+    }
+    return inside(at, screen);
+}
+
+void Kestro::placePlot() {
+    // The plot is framed as the main window is.
+    const QRect main = frameGeometry();
+    const QMargins frame = frameMargins(*this);
+    int statusTop = INT_MAX, statusBottom = INT_MIN;
+    for (QWidget* w : {static_cast<QWidget*>(Text2), static_cast<QWidget*>(ProgressBar1)}) {
+        const QRect r(w->mapToGlobal(QPoint()), w->size());
+        statusTop = std::min(statusTop, r.top());
+        statusBottom = std::max(statusBottom, r.bottom());
+    }
+    const QRect at = plotPlacement(screen()->availableGeometry(), main, plot_->size().grownBy(frame), statusTop,
+                                   statusBottom);
+    plot_->resize(at.size().shrunkBy(frame));
+    plot_->move(at.topLeft());
 }
 
 void Kestro::applyScale(bool logarithmic) {
@@ -448,6 +651,29 @@ void Kestro::queueChanged() {
     for (const std::string& name : session_.List1) List1->addItem(qs(name));
     for (const std::string& path : session_.List2) List2->addItem(qs(path));
     paintNow();
+}
+
+void Kestro::runLogged(const RunLog& log) {
+    RunLogList->clear();
+    bool failed = false;
+    for (const RunLogFile& file : log.files) {
+        auto* row = new QTreeWidgetItem(RunLogList, {qs(file.name), resultText(file)});
+        const QString detail = resultDetail(file);
+        for (int c = 0; c < 2; ++c) row->setToolTip(c, detail.isEmpty() ? row->text(c) : detail);
+        if (file.state == RunLogFile::State::Failed) {
+            failed = true;
+            row->setForeground(1, QColor(255, 0, 0));
+        } else if (file.state == RunLogFile::State::NotReached) {
+            row->setForeground(1, QColor(128, 128, 128));
+        }
+    }
+    for (const std::string& note : log.notes) {
+        auto* row = new QTreeWidgetItem(RunLogList, {"(box)", qs(note)});
+        row->setToolTip(1, qs(note));
+    }
+    RunLogList->resizeColumnToContents(0);
+    // A run that stopped on a file opens its record at once.
+    if (failed) Details->setChecked(true);
 }
 
 // ---- help, about, end ----

@@ -16,7 +16,9 @@ class QLineEdit;
 class QListWidget;
 class QProgressBar;
 class QPushButton;
+class QToolButton;
 class QTreeView;
+class QTreeWidget;
 class SpecPlot;
 
 class Kestro : public QWidget, public kestro::Host {
@@ -37,6 +39,11 @@ public:
     void showFolder(const QString& path);
     QString folder() const { return folder_; }
 
+    // Where the plot window goes (frame rectangles, global coordinates):
+    // fully on `screen`, beside `main` where there is room, otherwise over it
+    // but clear of the status line's rows statusTop to statusBottom.
+    static QRect plotPlacement(const QRect& screen, const QRect& main, QSize plot, int statusTop, int statusBottom);
+
     // Host
     void showStatus(const std::string& text, kestro::StatusColour colour) override;
     void showProgress(int value) override;
@@ -47,6 +54,7 @@ public:
     void wait(double seconds) override;
     void boxesChanged() override;
     void queueChanged() override;
+    void runLogged(const kestro::RunLog& log) override;
 
 protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -70,6 +78,9 @@ private slots:
     void Text1_Change(const QString& text);
     void Combo1_Click(int index);
     void Combo1_Change(const QString& text);
+    void Dir1_CurrentChanged(const QModelIndex& index);
+    void Path_Enter();
+    void revealFolder(const QString& loaded);
 
 private:
     void createControls();
@@ -80,16 +91,20 @@ private:
     void queueFiles(const QStringList& fullPaths);
     void afterQueueing();
     void paintNow();
+    void placePlot();
+    void showResult(const QString& odfName);
 
     kestro::Session session_;
     QString folder_;
     QString shownPattern_;  // the pattern the file list was last filled with
     bool syncing_ = false;
+    bool revealing_ = false;  // the tree still scrolls to the folder as its parents load
 
     QComboBox* Drive1;
     QTreeView* Dir1;
     QFileSystemModel* folders_;
     QListWidget* File1;
+    QLineEdit* Path;
     QLineEdit* Text1;
     QComboBox* Combo1;
     QListWidget* List1;
@@ -115,6 +130,8 @@ private:
     QLabel* linlogLabel;
     QLineEdit* Text2;
     QProgressBar* ProgressBar1;
+    QToolButton* Details;
+    QTreeWidget* RunLogList;
     QLabel* Label1;
     QLabel* Label2;
     QLabel* Label3;

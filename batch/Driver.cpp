@@ -116,7 +116,8 @@ const Route extensionRoutes[] = {
      },
      Then::Pass, Skip::Zero, 0},
     {{"chn"}, [](Session& f, FileJob& j) { ConvChnFile(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
-    {{"spx"}, [](Session& f, FileJob& j) { ConvFileXML(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0},
+    {{"spx"}, [](Session& f, FileJob& j) { ConvFileXML(f, j.name); }, Then::Pass, Skip::SpectrumHeader, 0,
+     [](Session& f, FileJob& j) { ConvFileXMLModern(f, j.name); }},
     {{"xml"}, [](Session& f, FileJob& j) { ConvFileG_XML(f, j.name); }, Then::Plot, Skip::Zero, 0},
     {{"spa"}, [](Session& f, FileJob& j) { ConvFileSPA(f, j.name); }, Then::Plot, Skip::Zero, 0,
      [](Session& f, FileJob& j) { readModern(f, j, ConvFileSPAModern); }},
@@ -132,7 +133,8 @@ const Route extensionRoutes[] = {
      }},
     {{"gaml"}, [](Session& f, FileJob& j) { ConvFileGAML(f, j.name); }, Then::Plot, Skip::Zero, 0,
      [](Session& f, FileJob& j) { readModern(f, j, ConvFileGAMLModern); }},
-    {{"jdx", "dx"}, [](Session& f, FileJob& j) { ConvFileJCAMP(f, j.name); }, Then::Plot, Skip::Zero, 0},
+    {{"jdx", "dx"}, [](Session& f, FileJob& j) { ConvFileJCAMP(f, j.name); }, Then::Plot, Skip::Zero, 0,
+     [](Session& f, FileJob& j) { readModern(f, j, ConvFileJCAMPModern); }},
     {{"dcm"},
      [](Session& f, FileJob& j) {
          ConvFileDICoM(f, j.name);
@@ -248,7 +250,10 @@ void writeChannelPairs(Session& form, TextReader& input, TextWriter& out) {
         out.flushIfFull();
     };
     CountingPrintItems channel;
-    while (!input.eof()) {
+    for (;;) {
+        // A blank line holds no value: it gets no channel.
+        input.skipBlanksAndLineEnds();
+        if (input.eof()) break;
         bool quoted;
         std::string_view field = input.listField(quoted);
         if (end > block + BlockSize - LongestLine) handOver();
@@ -309,24 +314,129 @@ int64_t twoColumnPass(Session& form, const FileJob& job, int64_t skip, bool skip
 
 void plotStage(Session& form, const FileJob& job) {
     if (!form.boxes.DsGr) return;
-    TextReader odf(readTextFile(job.odfName));
-    int64_t rows = 0;
-    while (!odf.eof()) {
-        odf.lineInput();
-        ++rows;
-    }
-    odf.seek(1);
-    PlotPoints points;
-    points.reserve(static_cast<size_t>(rows));
-    for (int64_t r = 0; r < rows; ++r) {
-        double x = odf.listInputNumber();
-        double y = odf.listInputNumber();
-        points.push_back({x, y});
-    }
+    const PlotPoints points = readPlotPoints(job.odfName);
     Host& host = form.host();
-    host.plot(points, rows, job.odfName);
+    host.plot(points, static_cast<int64_t>(points.size()), job.odfName);
     host.applyScale(form.boxes.LogScale);
     host.wait(1);
+}
+
+// ---- the run's record ----
+
+const char* boxCaption(bool Boxes::*box) {
+    if (box == &Boxes::DsGr) return "GRAPH";
+    if (box == &Boxes::LogScale) return "LOG";
+    if (box == &Boxes::SPE) return "SPE";
+    return "SPO";
+}
+
+// Stands between the engine and the front end for one run: keeps what each
+// file wrote and the message that stopped it in the Session's run log.
+class RunRecorder final : public Host, public OutputObserver {
+public:
+    explicit RunRecorder(Session& form) : form_(form), frontEnd_(form.replaceHost(*this)), observing_(this) {
+        RunLog& log = form.runLog;
+        log = RunLog{};
+        for (const std::string& name : form.List1) {
+            log.files.emplace_back();
+            log.files.back().name = name;
+        }
+        log.notes = std::move(form.boxNotes);
+        form.boxNotes.clear();
+    }
+    ~RunRecorder() override {
+        form_.replaceHost(frontEnd_);
+        form_.runLog.currentIndex = static_cast<size_t>(-1);
+    }
+    RunRecorder(const RunRecorder&) = delete;
+    RunRecorder& operator=(const RunRecorder&) = delete;
+
+    void starting(size_t index) {
+        form_.runLog.currentIndex = index;
+        boxesBefore_ = form_.boxes;
+        stopped_ = false;
+    }
+    // The file went through: converted, unless it was refused (a critical
+    // message, or a message and nothing written).
+    void finished() {
+        RunLogFile* file = form_.runLog.current();
+        if (!file) return;
+        file->state = stopped_ || (!file->message.empty() && file->outputs.empty()) ? RunLogFile::State::Failed
+                                                                                   : RunLogFile::State::Converted;
+        noteBoxChanges(*file);
+        form_.runLog.currentIndex = static_cast<size_t>(-1);
+    }
+    void failed(const std::string& message) {
+        if (RunLogFile* file = form_.runLog.current()) {
+            if (!message.empty()) file->message = message;
+            stopped_ = true;
+            finished();
+        }
+    }
+    // Files the reader dealt with on its own count as converted.
+    void restConverted(size_t from) {
+        auto& files = form_.runLog.files;
+        for (size_t i = from; i < files.size(); ++i) files[i].state = RunLogFile::State::Converted;
+    }
+
+    // OutputObserver
+    void outputOpened(const std::string& path, OutputFile::Mode) override {
+        RunLogFile* file = form_.runLog.current();
+        if (!file) return;
+        for (const std::string& known : file->outputs)
+            if (known == path) return;
+        file->outputs.push_back(path);
+    }
+
+    // Host: all passed on; message boxes are also kept.
+    void showStatus(const std::string& text, StatusColour colour) override { frontEnd_.showStatus(text, colour); }
+    void showProgress(int value) override { frontEnd_.showProgress(value); }
+    void beep() override { frontEnd_.beep(); }
+    Answer messageBox(const std::string& text, BoxIcon icon, BoxButtons buttons) override {
+        if (RunLogFile* file = form_.runLog.current()) {
+            file->message = text;
+            if (icon == BoxIcon::Critical) stopped_ = true;
+        }
+        return frontEnd_.messageBox(text, icon, buttons);
+    }
+    void plot(const PlotPoints& points, int64_t count, const std::string& name) override {
+        frontEnd_.plot(points, count, name);
+    }
+    void applyScale(bool logarithmic) override { frontEnd_.applyScale(logarithmic); }
+    void wait(double seconds) override { frontEnd_.wait(seconds); }
+    void boxesChanged() override { frontEnd_.boxesChanged(); }
+    void queueChanged() override { frontEnd_.queueChanged(); }
+    void startingFile(size_t index, size_t count, const std::string& name) override {
+        frontEnd_.startingFile(index, count, name);
+    }
+    void runLogged(const RunLog& log) override { frontEnd_.runLogged(log); }
+
+private:
+    // A box the reader changed and left changed (the RAW readers' SPE comes back).
+    void noteBoxChanges(const RunLogFile& file) {
+        for (bool Boxes::*box : {&Boxes::SPE, &Boxes::SPO, &Boxes::DsGr, &Boxes::LogScale}) {
+            if (form_.boxes.*box == boxesBefore_.*box) continue;
+            form_.runLog.notes.push_back(std::string(boxCaption(box)) + (form_.boxes.*box ? " ticked" : " unticked") +
+                                         " by the reader of " + file.name);
+        }
+    }
+
+    Session& form_;
+    Host& frontEnd_;
+    ObservingOutputs observing_;
+    Boxes boxesBefore_;
+    bool stopped_ = false;
+};
+
+// The error line of the write-failure message, and what the number most
+// often means for the input.
+std::string errorForLog(int number, const std::string& description) {
+    std::string text = "Error " + std::to_string(number) + " " + description;
+    if (number == err::InputPastEnd || number == err::BadRecordNumber)
+        text += ": the file ends before its contents do (damaged or cut short)";
+    else if (number == err::PathFileAccess)
+        text += ": a file could not be read or written (locked, or no permission in the folder)";
+    return text;
 }
 
 // ---- the run ----
@@ -400,17 +510,24 @@ RunOutcome finishRun(Session& form, size_t filesHandled) {
     return RunOutcome::Finished;
 }
 
-RunOutcome runBatch(Session& form, RunOutputGuard& guard) {
+RunOutcome runBatch(Session& form, RunRecorder& record, RunOutputGuard& guard) {
     const size_t count = form.List1.size();
     RunState state;
     size_t i = 0;
     for (; i < count; ++i) {
         form.host().startingFile(i, count, form.List1.at(i));
+        record.starting(i);
         guard.startingFile(i);
         FileJob job = prepareJob(form.List2.at(i), form.List1.at(i));
         const Next next = convertOne(form, job, state);
-        if (next == Next::EndRun) return state.outcome;
+        if (next == Next::EndRun) {
+            if (state.outcome == RunOutcome::EndedByReader) record.finished();
+            else record.failed("");
+            return state.outcome;
+        }
+        record.finished();
         if (next == Next::LeaveLoop) {
+            record.restConverted(i + 1);
             i = count;
             break;
         }
@@ -419,22 +536,24 @@ RunOutcome runBatch(Session& form, RunOutputGuard& guard) {
     return finishRun(form, i);
 }
 
-RunOutcome handleFailure(Session& form, int number, const std::string& description) {
+RunOutcome handleFailure(Session& form, RunRecorder& record, int number, const std::string& description) {
+    // The record keeps the error itself, not the box around it.
+    record.failed(errorForLog(number, description));
     form.host().messageBox(writeFailureMessage(number, description), BoxIcon::Information, BoxButtons::Ok);
     form.clearQueue();
     form.host().showProgress(0);
     return RunOutcome::ErrorHandled;
 }
 
-RunOutcome runHandlingFailures(Session& form, RunOutputGuard& guard) {
+RunOutcome runHandlingFailures(Session& form, RunRecorder& record, RunOutputGuard& guard) {
     try {
-        return runBatch(form, guard);
+        return runBatch(form, record, guard);
     } catch (const RuntimeError& e) {
-        return handleFailure(form, e.number(), e.description());
+        return handleFailure(form, record, e.number(), e.description());
     } catch (const std::bad_alloc&) {
-        return handleFailure(form, err::OutOfMemory, errorDescription(err::OutOfMemory));
+        return handleFailure(form, record, err::OutOfMemory, errorDescription(err::OutOfMemory));
     } catch (const std::length_error&) {
-        return handleFailure(form, err::OutOfMemory, errorDescription(err::OutOfMemory));
+        return handleFailure(form, record, err::OutOfMemory, errorDescription(err::OutOfMemory));
     }
 }
 
@@ -448,16 +567,51 @@ std::string writeFailureMessage(int number, const std::string& description) {
     return text;
 }
 
+PlotPoints readPlotPoints(const std::string& odfName) {
+    TextReader odf(readTextFile(odfName));
+    int64_t rows = 0;
+    while (!odf.eof()) {
+        odf.lineInput();
+        ++rows;
+    }
+    odf.seek(1);
+    PlotPoints points;
+    points.reserve(static_cast<size_t>(rows));
+    for (int64_t r = 0; r < rows; ++r) {
+        double x = odf.listInputNumber();
+        double y = odf.listInputNumber();
+        points.push_back({x, y});
+    }
+    return points;
+}
+
 RunOutcome RunCode_Click(Session& form) {
     ++form.runNumber;
     // Every output of the run, the files a failed reader left open included,
     // is written and closed under the guard's eye.
     RunOutputGuard guard(form, systemTrash());
     GuardingOutputs guarding(&guard);
-    const RunOutcome outcome = runHandlingFailures(form, guard);
     // Files a reader left open (a failed one always does) would block the
-    // next run with "File already open": the run ends with none open.
-    form.files.closeAllQuietly();
+    // next run with "File already open": the run ends with none open. The
+    // record goes to the front end however the run ends.
+    auto endRun = [&form] {
+        form.files.closeAllQuietly();
+        form.host().runLogged(form.runLog);
+    };
+    RunOutcome outcome;
+    try {
+        RunRecorder record(form);
+        try {
+            outcome = runHandlingFailures(form, record, guard);
+        } catch (...) {
+            record.failed("stopped by an unexpected error");
+            throw;
+        }
+    } catch (...) {
+        endRun();
+        throw;
+    }
+    endRun();
     return outcome;
 }
 

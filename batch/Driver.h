@@ -19,6 +19,9 @@ enum class RunOutcome {
 
 RunOutcome RunCode_Click(Session& form);
 
+// A result ".odf" read back as the plot takes it: one row of X and Y a line.
+PlotPoints readPlotPoints(const std::string& odfName);
+
 // The message of the write-failure handler for an error number and text.
 std::string writeFailureMessage(int number, const std::string& description);
 

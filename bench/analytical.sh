@@ -26,48 +26,34 @@
 # Exit status: 0 every target met, 1 a target missed, 2 usage or setup error
 # or a failed conversion.
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 files=2000
 points=8000
 gaml_points=2000000
 runs=1
-usage() { sed -n '7,17s/^# \{0,1\}//p' "$0"; }
 while getopts ':f:n:g:r:h' opt; do
   case $opt in
     f) files=$OPTARG ;;
     n) points=$OPTARG ;;
     g) gaml_points=$OPTARG ;;
     r) runs=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 7,17; exit 0 ;;
+    *) bench_usage 7,17 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
+[ $# -le 2 ] || { bench_usage 7,17 >&2; exit 2; }
 for v in "$files" "$points" "$gaml_points" "$runs"; do
-  [[ $v =~ ^[1-9][0-9]*$ ]] || { echo "analytical.sh: -f, -n, -g and -r need whole numbers of at least 1" >&2; exit 2; }
+  [[ $v =~ ^[1-9][0-9]*$ ]] || bench_fail "-f, -n, -g and -r need whole numbers of at least 1"
 done
-[ "$points" -ge 2 ] && [ "$gaml_points" -ge 2 ] || { echo "analytical.sh: -n and -g are at least 2" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "analytical.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-[ -n "${EPOCHREALTIME:-}" ] || { echo "analytical.sh: bash 5 or later is needed" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "analytical.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-command -v python3 >/dev/null || { echo "analytical.sh: python3 is needed to generate the inputs" >&2; exit 2; }
-command -v npm >/dev/null && command -v node >/dev/null ||
-  { echo "analytical.sh: node and npm are needed for spc-parser" >&2; exit 2; }
-
-if [ $# -ge 2 ]; then
-  work=$2
-  mkdir -p "$work"
-else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-analytical.XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ "$points" -ge 2 ] && [ "$gaml_points" -ge 2 ] || bench_fail "-n and -g are at least 2"
+bench_need_tools
+command -v python3 >/dev/null || bench_fail "python3 is needed to generate the inputs"
+command -v npm >/dev/null && command -v node >/dev/null || bench_fail "node and npm are needed for spc-parser"
+bench_converter "${1:-}"
+bench_workdir analytical "${2:-}"
 
 # ---- spc-parser, in a folder of its own ----
 
@@ -76,7 +62,7 @@ if [ ! -d "$node_dir/node_modules/spc-parser" ]; then
   echo "Installing spc-parser into $node_dir ..." >&2
   mkdir -p "$node_dir"
   (cd "$node_dir" && npm install --no-audit --no-fund --silent --prefix "$node_dir" spc-parser@1.0.0 >/dev/null) ||
-    { echo "analytical.sh: could not install spc-parser" >&2; exit 2; }
+    bench_fail "could not install spc-parser"
 fi
 cat >"$node_dir/convert.js" <<'EOF'
 // Every .spc file of a folder to X,Y text in another, in one process.
@@ -138,53 +124,6 @@ EOF
 
 # ---- measuring ----
 
-# Runs a command in DIR; sets run_us (wall clock), cpu_s (user + system) and run_kb.
-#   timed DIR COMMAND...
-timed() {
-  local dir=$1 t0 t1 rc=0
-  shift
-  t0=${EPOCHREALTIME//[!0-9]/}
-  (cd "$dir" && /usr/bin/time -v -o "$work/.time" "$@" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
-  t1=${EPOCHREALTIME//[!0-9]/}
-  if [ $rc -ne 0 ] || { [ "$1" = "$conv" ] && [ -s "$work/.stderr" ]; }; then
-    echo "analytical.sh: $(basename "$1") failed in $dir (exit $rc):" >&2
-    cat "$work/.stdout" "$work/.stderr" >&2
-    exit 2
-  fi
-  run_us=$((t1 - t0))
-  run_kb=$(awk -F': *' '/Maximum resident set size/ { print $2 }' "$work/.time")
-  cpu_s=$(awk -F': *' '/User time|System time/ { s += $2 } END { printf "%.3f", s }' "$work/.time")
-}
-
-# Reading every input and writing files of the given sizes, in one process.
-# Sets floor_us.
-#   floor_io INPUT_LIST SIZE_LIST DIR
-floor_io() {
-  rm -rf "$3"
-  mkdir -p "$3"
-  floor_us=$(python3 - "$1" "$2" "$3" <<'EOF'
-import sys, time
-inputs = open(sys.argv[1]).read().split('\n')[:-1]
-sizes = [int(s) for s in open(sys.argv[2]).read().split()]
-folder = sys.argv[3]
-buf = bytearray(1 << 20)
-zeros = bytes(1 << 20)
-t0 = time.perf_counter()
-for path in inputs:
-    with open(path, 'rb', buffering=0) as f:
-        while f.readinto(buf):
-            pass
-for i, size in enumerate(sizes):
-    with open('%s/%d' % (folder, i), 'wb', buffering=0) as f:
-        while size > 0:
-            size -= f.write(zeros[:min(size, len(zeros))])
-print(int((time.perf_counter() - t0) * 1e6))
-EOF
-)
-  rm -rf "$3"
-}
-
-rows=()
 failed=0
 parser_row=''
 
@@ -195,53 +134,51 @@ measure() {
   local name=$1 dir=$2 ext=$3 limit=$4 lines=$5 r count
   local best_conv='' best_cpu='' best_floor='' best_parser='' parser_cpu='' peak_kb=0
   local in_list=$work/.inputs size_list=$work/.sizes
-  (cd "$dir" && ls -- *."$ext") | sed "s|^|$dir/|" >"$in_list"
+  bench_inputs "$dir" "*.$ext" "$in_list"
   mapfile -t names < <(cd "$dir" && ls -- *."$ext")
   count=${#names[@]}
-  xargs -d '\n' cat <"$in_list" >/dev/null
   for ((r = 1; r <= runs; r++)); do
     echo "  $name: run $r of $runs" >&2
     find "$dir" -maxdepth 1 -type f ! -name "*.$ext" -delete
     sync  # each timing starts with no dirty pages from the one before
-    timed "$dir" "$conv" "${names[@]}"
-    tail -n 1 "$work/.stdout" | grep -qx "Finished $count files" || { echo "analytical.sh: the $name run did not finish" >&2; exit 2; }
-    [ "$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)" -eq "$count" ] || { echo "analytical.sh: not every $name input gave its .odf" >&2; exit 2; }
+    bench_timed "$dir" "$conv" "${names[@]}"
+    tail -n 1 "$work/.stdout" | grep -qx "Finished $count files" || bench_fail "the $name run did not finish"
+    [ "$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)" -eq "$count" ] || bench_fail "not every $name input gave its .odf"
     local first=$dir/${names[0]%.*}.odf
-    [ "$(wc -l <"$first")" -eq "$lines" ] || { echo "analytical.sh: $first does not hold $lines lines" >&2; exit 2; }
-    if [ -z "$best_conv" ] || [ "$run_us" -lt "$best_conv" ]; then best_conv=$run_us; best_cpu=$cpu_s; fi
-    [ "$run_kb" -gt "$peak_kb" ] && peak_kb=$run_kb
+    [ "$(wc -l <"$first")" -eq "$lines" ] || bench_fail "$first does not hold $lines lines"
+    if [ -z "$best_conv" ] || [ "$run_us" -lt "$best_conv" ]; then best_conv=$run_us; best_cpu=$cpu_us; fi
+    bench_max peak_kb "$run_kb"
     find "$dir" -maxdepth 1 -type f ! -name "*.$ext" -printf '%s\n' >"$size_list"
     sync
-    floor_io "$in_list" "$size_list" "$work/floor"
-    [ -z "$best_floor" ] || [ "$floor_us" -lt "$best_floor" ] && best_floor=$floor_us
+    bench_floor "$in_list" "$size_list" "$work/floor"
+    bench_min best_floor "$floor_us"
     if [ "$ext" = spc ]; then
       rm -rf "$work/parser-out"
       mkdir -p "$work/parser-out"
       sync
-      timed "$dir" node "$node_dir/convert.js" "$dir" "$work/parser-out"
-      [ "$(find "$work/parser-out" -name '*.txt' | wc -l)" -eq "$count" ] || { echo "analytical.sh: spc-parser did not write $count files" >&2; exit 2; }
-      if [ -z "$best_parser" ] || [ "$run_us" -lt "$best_parser" ]; then best_parser=$run_us; parser_cpu=$cpu_s; fi
+      bench_timed "$dir" node "$node_dir/convert.js" "$dir" "$work/parser-out"
+      [ "$(find "$work/parser-out" -name '*.txt' | wc -l)" -eq "$count" ] || bench_fail "spc-parser did not write $count files"
+      if [ -z "$best_parser" ] || [ "$run_us" -lt "$best_parser" ]; then best_parser=$run_us; parser_cpu=$cpu_us; fi
       rm -rf "$work/parser-out"
     fi
   done
-  local in_bytes out_bytes largest row
-  in_bytes=$(xargs -d '\n' stat -c %s <"$in_list" | awk '{ s += $1 } END { print s + 0 }')
+  local out_bytes largest row
   largest=$(xargs -d '\n' stat -c %s <"$in_list" | sort -n | tail -n 1)
-  out_bytes=$(awk '{ s += $1 } END { print s + 0 }' "$size_list")
+  out_bytes=$(bench_sum "$size_list")
   row=$(awk -v name="$name" -v n="$count" -v ib="$in_bytes" -v ob="$out_bytes" -v c="$best_conv" -v cpu="$best_cpu" \
             -v f="$best_floor" -v kb="$peak_kb" -v big="$largest" -v limit="$limit" 'BEGIN {
     mb = 1048576
     ratio = c / f
     mem = 3 * big / mb + 20
     printf "%-5s %5d %8.2f %8.2f %9.3f %8.3f %8.3f %6.2f %6.1f %8.2f %8.2f %-4s\n", name, n, ib / mb, ob / mb, c / 1e6,
-      cpu, f / 1e6, ratio, limit, kb / 1024, mem, (ratio <= limit && kb / 1024 < mem) ? "PASS" : "FAIL"
+      cpu / 1e6, f / 1e6, ratio, limit, kb / 1024, mem, (ratio <= limit && kb / 1024 < mem) ? "PASS" : "FAIL"
   }')
   rows+=("$row")
   [[ $row == *FAIL* ]] && failed=1
   if [ -n "$best_parser" ]; then
     parser_row=$(awk -v p="$best_parser" -v pc="$parser_cpu" -v c="$best_conv" -v cc="$best_cpu" 'BEGIN {
       printf "spc-parser: %.3f s (CPU %.3f s); kestro-convert %.3f s (CPU %.3f s): %.1f x faster (CPU %.1f x) %s",
-        p / 1e6, pc, c / 1e6, cc, p / c, pc / cc, (p / c >= 3 ? "PASS" : "FAIL")
+        p / 1e6, pc / 1e6, c / 1e6, cc / 1e6, p / c, pc / cc, (p / c >= 3 ? "PASS" : "FAIL")
     }')
     [[ $parser_row == *FAIL ]] && failed=1
   fi
@@ -258,9 +195,8 @@ measure SPC "$work/spc" spc 3 "$points"
 measure GAML "$work/gaml" gaml 4 "$gaml_points"
 
 echo
-printf '%-5s %5s %8s %8s %9s %8s %8s %6s %6s %8s %8s %-4s\n' \
+bench_table '%-5s %5s %8s %8s %9s %8s %8s %6s %6s %8s %8s %-4s\n' \
   input files "in MB" "out MB" "convert s" "CPU s" "floor s" ratio limit "peak MB" "mem lim" ok
-printf '%s\n' "${rows[@]}"
 echo "$parser_row"
 echo
 echo "Times: best of $runs runs (wall clock; CPU = user + system of that run); peak MB: the highest"

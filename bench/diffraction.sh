@@ -24,53 +24,32 @@
 # Exit status: 0 every target met, 1 a target missed, 2 usage or setup error
 # or a failed conversion.
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 files=2000
 steps=4000
 runs=3
-usage() { sed -n '6,15s/^# \{0,1\}//p' "$0"; }
 while getopts ':f:n:r:h' opt; do
   case $opt in
     f) files=$OPTARG ;;
     n) steps=$OPTARG ;;
     r) runs=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 6,15; exit 0 ;;
+    *) bench_usage 6,15 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
+[ $# -le 2 ] || { bench_usage 6,15 >&2; exit 2; }
 for v in "$files" "$steps" "$runs"; do
-  [[ $v =~ ^[1-9][0-9]*$ ]] || { echo "diffraction.sh: -f, -n and -r need whole numbers of at least 1" >&2; exit 2; }
+  [[ $v =~ ^[1-9][0-9]*$ ]] || bench_fail "-f, -n and -r need whole numbers of at least 1"
 done
-[ "$steps" -le 32000 ] || { echo "diffraction.sh: -n is at most 32000" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "diffraction.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-[ -n "${EPOCHREALTIME:-}" ] || { echo "diffraction.sh: bash 5 or later is needed" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "diffraction.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-command -v python3 >/dev/null || { echo "diffraction.sh: python3 is needed to generate the inputs" >&2; exit 2; }
-
-if ! command -v xyconv >/dev/null; then
-  echo "Installing xyconv (libxy-bin) ..." >&2
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq libxy-bin >/dev/null ||
-    { $sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq libxy-bin >/dev/null; } ||
-    { echo "diffraction.sh: could not install libxy-bin" >&2; exit 2; }
-fi
-
-if [ $# -ge 2 ]; then
-  work=$2
-  mkdir -p "$work"
-else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-diffraction.XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ "$steps" -le 32000 ] || bench_fail "-n is at most 32000"
+bench_need_tools
+command -v python3 >/dev/null || bench_fail "python3 is needed to generate the inputs"
+bench_converter "${1:-}"
+bench_need_xyconv
+bench_workdir diffraction "${2:-}"
 
 # ---- inputs ----
 
@@ -106,53 +85,6 @@ EOF
 
 # ---- measuring ----
 
-# Runs a command in DIR; sets run_us (wall), run_cpu_us (user + sys) and run_kb.
-#   timed DIR COMMAND...
-timed() {
-  local dir=$1 t0 t1 rc=0
-  shift
-  t0=${EPOCHREALTIME//[!0-9]/}
-  (cd "$dir" && /usr/bin/time -v -o "$work/.time" "$@" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
-  t1=${EPOCHREALTIME//[!0-9]/}
-  if [ $rc -ne 0 ] || { [ "$1" = "$conv" ] && [ -s "$work/.stderr" ]; }; then
-    echo "diffraction.sh: $(basename "$1") failed in $dir (exit $rc):" >&2
-    cat "$work/.stdout" "$work/.stderr" >&2
-    exit 2
-  fi
-  run_us=$((t1 - t0))
-  run_cpu_us=$(awk -F': *' '/(User|System) time \(seconds\)/ { s += $2 } END { printf "%d", s * 1e6 }' "$work/.time")
-  run_kb=$(awk -F': *' '/Maximum resident set size/ { print $2 }' "$work/.time")
-}
-
-# Reading every input and writing files of the given sizes, in one process.
-# Sets floor_us.
-#   floor_io INPUT_LIST SIZE_LIST DIR
-floor_io() {
-  rm -rf "$3"
-  mkdir -p "$3"
-  floor_us=$(python3 - "$1" "$2" "$3" <<'EOF'
-import sys, time
-inputs = open(sys.argv[1]).read().split('\n')[:-1]
-sizes = [int(s) for s in open(sys.argv[2]).read().split()]
-folder = sys.argv[3]
-buf = bytearray(1 << 20)
-zeros = bytes(1 << 20)
-t0 = time.perf_counter()
-for path in inputs:
-    with open(path, 'rb', buffering=0) as f:
-        while f.readinto(buf):
-            pass
-for i, size in enumerate(sizes):
-    with open('%s/%d' % (folder, i), 'wb', buffering=0) as f:
-        while size > 0:
-            size -= f.write(zeros[:min(size, len(zeros))])
-print(int((time.perf_counter() - t0) * 1e6))
-EOF
-)
-  rm -rf "$3"
-}
-
-rows=()
 failed=0
 
 # One batch: RUNS conversions by kestro-convert and by xyconv, the floor
@@ -161,38 +93,35 @@ failed=0
 measure() {
   local name=$1 dir=$2 ext=$3 xytype=$4 out_globs=$5 r
   local best_conv='' best_floor='' best_xy='' cpu_conv='' cpu_xy='' peak_kb=0 in_list=$work/.inputs size_list=$work/.sizes
-  (cd "$dir" && ls -- *."$ext") >"$in_list"
-  sed -i "s|^|$dir/|" "$in_list"
+  bench_inputs "$dir" "*.$ext" "$in_list"
   mapfile -t names < <(cd "$dir" && ls -- *."$ext")
-  xargs -d '\n' cat <"$in_list" >/dev/null
   for ((r = 1; r <= runs; r++)); do
     echo "  $name: run $r of $runs" >&2
     # shellcheck disable=SC2086
     (cd "$dir" && for p in $out_globs; do find . -maxdepth 1 -name "$p" -delete; done)
-    timed "$dir" "$conv" "${names[@]}"
-    tail -n 1 "$work/.stdout" | grep -qx "Finished $files files" || { echo "diffraction.sh: the $name batch did not finish" >&2; exit 2; }
+    bench_timed "$dir" "$conv" "${names[@]}"
+    tail -n 1 "$work/.stdout" | grep -qx "Finished $files files" || bench_fail "the $name batch did not finish"
     local odf
     odf=$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)
-    [ "$odf" -eq "$files" ] || { echo "diffraction.sh: $odf .odf files written, expected $files" >&2; exit 2; }
-    [ "$(wc -l <"$dir/s00000.odf")" -eq "$steps" ] || { echo "diffraction.sh: s00000.odf does not hold $steps lines" >&2; exit 2; }
-    [ -z "$best_conv" ] || [ "$run_us" -lt "$best_conv" ] && best_conv=$run_us
-    [ -z "$cpu_conv" ] || [ "$run_cpu_us" -lt "$cpu_conv" ] && cpu_conv=$run_cpu_us
-    [ "$run_kb" -gt "$peak_kb" ] && peak_kb=$run_kb
+    [ "$odf" -eq "$files" ] || bench_fail "$odf .odf files written, expected $files"
+    [ "$(wc -l <"$dir/s00000.odf")" -eq "$steps" ] || bench_fail "s00000.odf does not hold $steps lines"
+    bench_min best_conv "$run_us"
+    bench_min cpu_conv "$cpu_us"
+    bench_max peak_kb "$run_kb"
     # shellcheck disable=SC2086
-    (cd "$dir" && for p in $out_globs; do find . -maxdepth 1 -type f -name "$p" -printf '%s\n'; done) >"$size_list"
-    floor_io "$in_list" "$size_list" "$work/floor"
-    [ -z "$best_floor" ] || [ "$floor_us" -lt "$best_floor" ] && best_floor=$floor_us
+    bench_sizes "$dir" $out_globs >"$size_list"
+    bench_floor "$in_list" "$size_list" "$work/floor"
+    bench_min best_floor "$floor_us"
 
     rm -rf "$work/xy"
     mkdir -p "$work/xy"
-    timed "$dir" xyconv -s -t "$xytype" -m "$work/xy" "${names[@]}"
-    [ "$(find "$work/xy" -name '*.xy' | wc -l)" -eq "$files" ] || { echo "diffraction.sh: xyconv did not write $files files" >&2; exit 2; }
-    [ -z "$best_xy" ] || [ "$run_us" -lt "$best_xy" ] && best_xy=$run_us
-    [ -z "$cpu_xy" ] || [ "$run_cpu_us" -lt "$cpu_xy" ] && cpu_xy=$run_cpu_us
+    bench_timed "$dir" xyconv -s -t "$xytype" -m "$work/xy" "${names[@]}"
+    [ "$(find "$work/xy" -name '*.xy' | wc -l)" -eq "$files" ] || bench_fail "xyconv did not write $files files"
+    bench_min best_xy "$run_us"
+    bench_min cpu_xy "$cpu_us"
   done
-  local in_bytes out_bytes row
-  in_bytes=$(xargs -d '\n' stat -c %s <"$in_list" | awk '{ s += $1 } END { print s + 0 }')
-  out_bytes=$(awk '{ s += $1 } END { print s + 0 }' "$size_list")
+  local out_bytes row
+  out_bytes=$(bench_sum "$size_list")
   row=$(awk -v name="$name" -v n="$files" -v ib="$in_bytes" -v ob="$out_bytes" -v c="$best_conv" -v f="$best_floor" \
             -v x="$best_xy" -v cc="$cpu_conv" -v cx="$cpu_xy" -v kb="$peak_kb" 'BEGIN {
     mb = 1048576
@@ -215,9 +144,8 @@ measure RAW "$work/raw" raw bruker_raw '*.odf *.log'
 measure RD "$work/rd" rd philips_rd '*.odf *.hdr'
 
 echo
-printf '%-6s %6s %8s %8s %9s %7s %9s %6s %9s %7s %8s %8s %-4s\n' \
+bench_table '%-6s %6s %8s %8s %9s %7s %9s %6s %9s %7s %8s %8s %-4s\n' \
   input files "in MB" "out MB" "convert s" "cpu s" "floor s" ratio "xyconv s" "cpu s" "x faster" "peak MB" "ok"
-printf '%s\n' "${rows[@]}"
 echo
 echo "Times: best of $runs runs (wall clock; ratio and x faster are of these); cpu s: user + sys, the"
 echo "best of the runs. Peak MB: the highest of them (maximum resident set)."

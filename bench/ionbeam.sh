@@ -24,39 +24,27 @@
 # input and writing files of the same sizes as the outputs.
 # Exit status: 0 every target met, 1 a target missed, 2 usage or setup error.
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 part=all
 runs=1
-usage() { sed -n '4,12s/^# \{0,1\}//p' "$0"; }
 while getopts ':p:r:h' opt; do
   case $opt in
     p) part=$OPTARG ;;
     r) runs=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 4,12; exit 0 ;;
+    *) bench_usage 4,12 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
-[[ $part =~ ^(omdaq|evt|csv|all)$ ]] || { echo "ionbeam.sh: -p takes omdaq, evt, csv or all" >&2; exit 2; }
-[[ $runs =~ ^[1-9][0-9]*$ ]] || { echo "ionbeam.sh: -r needs a whole number of at least 1" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "ionbeam.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-[ -x /usr/bin/time ] || { echo "ionbeam.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-command -v python3 >/dev/null || { echo "ionbeam.sh: python3 is needed" >&2; exit 2; }
-
-if [ $# -ge 2 ]; then
-  work=$2
-  mkdir -p "$work"
-else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-ionbeam.XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ $# -le 2 ] || { bench_usage 4,12 >&2; exit 2; }
+[[ $part =~ ^(omdaq|evt|csv|all)$ ]] || bench_fail "-p takes omdaq, evt, csv or all"
+[[ $runs =~ ^[1-9][0-9]*$ ]] || bench_fail "-r needs a whole number of at least 1"
+bench_need_tools
+command -v python3 >/dev/null || bench_fail "python3 is needed"
+bench_converter "${1:-}"
+bench_workdir ionbeam "${2:-}"
 
 # ---- inputs ----
 
@@ -144,47 +132,30 @@ EOF
 
 # ---- measuring ----
 
-# Runs the converter in DIR; sets conv_s, peak_kb, and keeps its words.
+# Runs the converter in DIR; sets conv_s and peak_kb, and keeps its words.
+# A CSV run says "Found N arguments" on standard error: only the exit status
+# tells a failure.
 convert() {
-  local dir=$1 rc=0
+  local dir=$1
   shift
-  (cd "$dir" && /usr/bin/time -f '%e %M' -o "$work/.time" "$conv" "$@" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
-  if [ $rc -ne 0 ]; then
-    echo "ionbeam.sh: kestro-convert failed in $dir (exit $rc):" >&2
+  bench_tolerant=1 bench_timed "$dir" "$conv" "$@"
+  if [ "$run_rc" -ne 0 ]; then
+    echo "$bench_name: kestro-convert failed in $dir (exit $run_rc):" >&2
     tail -n 5 "$work/.stdout" "$work/.stderr" >&2
     exit 2
   fi
-  read -r conv_s peak_kb <"$work/.time"
+  conv_s=$(awk -v u="$run_us" 'BEGIN { printf "%.3f", u / 1e6 }')
+  peak_kb=$run_kb
 }
 
 # Reading the inputs and writing files of the outputs' sizes; sets floor_s.
+#   floor_io INPUT_LIST OUTPUT_LIST
 floor_io() {
-  local inputs=$1 outputs=$2
-  rm -rf "$work/floor"
-  mkdir -p "$work/floor"
-  floor_s=$(python3 - "$inputs" "$outputs" "$work/floor" <<'EOF'
-import os, sys, time
-inputs = [l for l in open(sys.argv[1]).read().split('\n') if l]
-sizes = [os.path.getsize(l) for l in open(sys.argv[2]).read().split('\n') if l]
-folder = sys.argv[3]
-buf = bytearray(1 << 20)
-zeros = bytes(1 << 20)
-t0 = time.perf_counter()
-for path in inputs:
-    with open(path, 'rb', buffering=0) as f:
-        while f.readinto(buf):
-            pass
-for i, size in enumerate(sizes):
-    with open('%s/%d' % (folder, i), 'wb', buffering=0) as f:
-        while size > 0:
-            size -= f.write(zeros[:min(size, len(zeros))])
-print('%.3f' % (time.perf_counter() - t0))
-EOF
-)
-  rm -rf "$work/floor"
+  xargs -r -d '\n' stat -c %s <"$2" >"$work/.sizes"
+  bench_floor "$1" "$work/.sizes" "$work/floor"
+  floor_s=$(awk -v u="$floor_us" 'BEGIN { printf "%.3f", u / 1e6 }')
 }
 
-rows=()
 failed=0
 
 # measure NAME DIR IN_GLOB "OUT_GLOBS" MAX_RATIO MAX_PEAK_MB ARGS...
@@ -201,9 +172,9 @@ measure() {
     # shellcheck disable=SC2086
     (cd "$dir" && for p in $out_globs; do find "$dir" -maxdepth 1 -name "$p"; done) >"$work/.out"
     floor_io "$work/.in" "$work/.out"
-    if [ -z "$best_c" ] || awk -v a="$conv_s" -v b="$best_c" 'BEGIN { exit !(a < b) }'; then best_c=$conv_s; fi
-    if [ -z "$best_f" ] || awk -v a="$floor_s" -v b="$best_f" 'BEGIN { exit !(a < b) }'; then best_f=$floor_s; fi
-    [ "$peak_kb" -gt "$peak" ] && peak=$peak_kb
+    bench_min best_c "$conv_s"
+    bench_min best_f "$floor_s"
+    bench_max peak "$peak_kb"
   done
   local in_b out_b row
   in_b=$(xargs -d '\n' stat -c %s <"$work/.in" | awk '{ s += $1 } END { print s }')
@@ -222,7 +193,7 @@ measure() {
 }
 
 check_finished() {
-  tail -n 1 "$work/.stdout" | grep -qx "Finished $1 files" || { echo "ionbeam.sh: the batch did not finish" >&2; exit 2; }
+  tail -n 1 "$work/.stdout" | grep -qx "Finished $1 files" || bench_fail "the batch did not finish"
 }
 
 if [ "$part" = omdaq ] || [ "$part" = all ]; then
@@ -257,12 +228,11 @@ if [ "$part" = csv ] || [ "$part" = all ]; then
   mkdir -p "$work/csv"
   make_csv "$work/csv/table.csv" 100
   measure "CSV 100 MB" "$work/csv" 'table.csv' 'table-*.dat' 4 0 table.csv
-  [ "$(find "$work/csv" -name 'table-*.dat' | wc -l)" -eq 9 ] || { echo "ionbeam.sh: expected 9 column files" >&2; exit 2; }
+  [ "$(find "$work/csv" -name 'table-*.dat' | wc -l)" -eq 9 ] || bench_fail "expected 9 column files"
 fi
 
 echo
-printf '%-18s %9s %9s %9s %8s %6s %8s  %-22s\n' input "in MB" "out MB" "convert s" "floor s" ratio "peak MB" target
-printf '%s\n' "${rows[@]}"
+bench_table '%-18s %9s %9s %9s %8s %6s %8s  %-22s\n' input "in MB" "out MB" "convert s" "floor s" ratio "peak MB" target
 echo
 echo "Times: best of $runs run(s); floor: reading the inputs and writing files of the outputs' sizes."
 echo "MB = 2^20 bytes. Converter: $conv"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Benchmark of kestro-convert on JCAMP-DX spectra: a batch of ASDF files
-# (SQZ, DIF and DUP forms) converted in one kestro-convert run.
+# (SQZ, DIF and DUP forms) converted in one kestro-convert run, by the
+# classic reader and by the modern one (--modern).
 #
 # Usage: bench/jcamp.sh [-f FILES] [-n POINTS] [-r RUNS] [CONVERTER [WORKDIR]]
 #
@@ -19,57 +20,47 @@
 # never into the repository): one Node process that reads every file and
 # writes its X,Y pairs as text. Wall-clock and CPU time (user + system) are
 # both reported. Targets: conversion at most 3 x the floor, and at least
-# 3 x faster than jcampconverter.
+# 3 x faster than jcampconverter; the modern reader at least as fast as the
+# classic one and at least 3 x faster than jcampconverter, in CPU time.
 # Exit status: 0 every target met, 1 a target missed, 2 usage or setup error
 # or a failed conversion.
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 files=1000
 points=32000
 runs=3
-usage() { sed -n '6,16s/^# \{0,1\}//p' "$0"; }
 while getopts ':f:n:r:h' opt; do
   case $opt in
     f) files=$OPTARG ;;
     n) points=$OPTARG ;;
     r) runs=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 6,16; exit 0 ;;
+    *) bench_usage 6,16 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
+[ $# -le 2 ] || { bench_usage 6,16 >&2; exit 2; }
 for v in "$files" "$points" "$runs"; do
-  [[ $v =~ ^[1-9][0-9]*$ ]] || { echo "jcamp.sh: -f, -n and -r need whole numbers of at least 1" >&2; exit 2; }
+  [[ $v =~ ^[1-9][0-9]*$ ]] || bench_fail "-f, -n and -r need whole numbers of at least 1"
 done
-[ "$points" -ge 2 ] && [ "$points" -le 32767 ] || { echo "jcamp.sh: -n is 2 to 32767" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "jcamp.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-[ -n "${EPOCHREALTIME:-}" ] || { echo "jcamp.sh: bash 5 or later is needed" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "jcamp.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-command -v python3 >/dev/null || { echo "jcamp.sh: python3 is needed to generate the inputs" >&2; exit 2; }
-command -v node >/dev/null && command -v npm >/dev/null || { echo "jcamp.sh: node and npm are needed" >&2; exit 2; }
-
-if [ $# -ge 2 ]; then
-  work=$2
-  [[ $(realpath -m "$work") != *.* ]] || { echo "jcamp.sh: WORKDIR must have no \".\" in its path (outputs are named up to the first \".\")" >&2; exit 2; }
-  mkdir -p "$work"
-else
-  # No "." in the name: a JCAMP output is named by the path up to its first ".".
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-jcamp-XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ "$points" -ge 2 ] && [ "$points" -le 32767 ] || bench_fail "-n is 2 to 32767"
+bench_need_tools
+command -v python3 >/dev/null || bench_fail "python3 is needed to generate the inputs"
+command -v node >/dev/null && command -v npm >/dev/null || bench_fail "node and npm are needed"
+bench_converter "${1:-}"
+# No "." in the folder's path: a JCAMP output is named by the path up to its first ".".
+[ -z "${2:-}" ] || [[ $(realpath -m "$2") != *.* ]] ||
+  bench_fail "WORKDIR must have no \".\" in its path (outputs are named up to the first \".\")"
+bench_workdir jcamp "${2:-}"
+[[ $work != *.* ]] || bench_fail "the work folder $work has a \".\" in its path; set TMPDIR or WORKDIR"
 
 if [ ! -d "$work/npm/node_modules/jcampconverter" ]; then
   echo "Installing jcampconverter into $work/npm ..." >&2
   mkdir -p "$work/npm"
   npm install --prefix "$work/npm" --no-audit --no-fund --silent jcampconverter >/dev/null ||
-    { echo "jcamp.sh: could not install jcampconverter" >&2; exit 2; }
+    bench_fail "could not install jcampconverter"
 fi
 cat >"$work/npm/convert.mjs" <<'EOF'
 // Reads every file named on the command line and writes its X,Y pairs as
@@ -138,57 +129,6 @@ for i in range(count):
 EOF
 }
 
-# ---- measuring ----
-
-# Runs a command in DIR; sets run_us (wall clock), cpu_us (user + system)
-# and run_kb (peak memory).
-#   timed DIR COMMAND...
-timed() {
-  local dir=$1 t0 t1 rc=0
-  shift
-  t0=${EPOCHREALTIME//[!0-9]/}
-  (cd "$dir" && /usr/bin/time -f '%U %S %M' -o "$work/.time" "$@" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
-  t1=${EPOCHREALTIME//[!0-9]/}
-  if [ $rc -ne 0 ] || { [ "$1" = "$conv" ] && [ -s "$work/.stderr" ]; }; then
-    echo "jcamp.sh: $(basename "$1") failed in $dir (exit $rc):" >&2
-    cat "$work/.stdout" "$work/.stderr" >&2
-    exit 2
-  fi
-  run_us=$((t1 - t0))
-  read -r user sys run_kb < <(tail -n 1 "$work/.time")
-  cpu_us=$(awk -v u="$user" -v s="$sys" 'BEGIN { printf "%d", (u + s) * 1e6 }')
-}
-
-# Reading every input and writing files of the given sizes, in one process.
-# Sets floor_us and floor_cpu_us.
-#   floor_io INPUT_LIST SIZE_LIST DIR
-floor_io() {
-  rm -rf "$3"
-  mkdir -p "$3"
-  cat >"$work/.floor.py" <<'EOF'
-import sys
-inputs = open(sys.argv[1]).read().split('\n')[:-1]
-sizes = [int(s) for s in open(sys.argv[2]).read().split()]
-folder = sys.argv[3]
-buf = bytearray(1 << 20)
-zeros = bytes(1 << 20)
-for path in inputs:
-    with open(path, 'rb', buffering=0) as f:
-        while f.readinto(buf):
-            pass
-for i, size in enumerate(sizes):
-    with open('%s/%d' % (folder, i), 'wb', buffering=0) as f:
-        while size > 0:
-            size -= f.write(zeros[:min(size, len(zeros))])
-EOF
-  timed "$work" python3 "$work/.floor.py" "$1" "$2" "$3"
-  floor_us=$run_us
-  floor_cpu_us=$cpu_us
-  rm -rf "$3"
-}
-
-best() { [ -z "$1" ] || [ "$2" -lt "$1" ] && echo "$2" || echo "$1"; }
-
 dir=$work/jdx
 echo "Generating $files ASDF JCAMP-DX files of $points points in $dir ..." >&2
 rm -rf "$dir"
@@ -196,48 +136,57 @@ mkdir -p "$dir"
 make_inputs "$dir" "$files" "$points"
 mapfile -t names < <(cd "$dir" && ls -- *.jdx)
 in_list=$work/.inputs size_list=$work/.sizes
-printf "$dir/%s\n" "${names[@]}" >"$in_list"
-xargs -d '\n' cat <"$in_list" >/dev/null
+bench_inputs "$dir" '*.jdx' "$in_list"
 
-conv_wall='' conv_cpu='' floor_wall='' floor_cpu='' peer_wall='' peer_cpu='' peak_kb=0
+conv_wall='' conv_cpu='' floor_wall='' floor_cpu='' peer_wall='' peer_cpu='' peak_kb=0 modern_wall='' modern_cpu=
 for ((r = 1; r <= runs; r++)); do
   echo "  run $r of $runs" >&2
   find "$dir" -maxdepth 1 \( -name '*.odf' -o -name '*.hdrx' \) -delete
-  timed "$dir" "$conv" "${names[@]}"
-  tail -n 1 "$work/.stdout" | grep -qx "Finished $files files" || { echo "jcamp.sh: the batch did not finish" >&2; exit 2; }
-  [ "$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)" -eq "$files" ] || { echo "jcamp.sh: not every .odf written" >&2; exit 2; }
-  [ "$(wc -l <"$dir/s00000.odf")" -eq "$points" ] || { echo "jcamp.sh: s00000.odf does not hold $points lines" >&2; exit 2; }
-  conv_wall=$(best "$conv_wall" "$run_us")
-  conv_cpu=$(best "$conv_cpu" "$cpu_us")
-  [ "$run_kb" -gt "$peak_kb" ] && peak_kb=$run_kb
+  bench_timed "$dir" "$conv" "${names[@]}"
+  tail -n 1 "$work/.stdout" | grep -qx "Finished $files files" || bench_fail "the batch did not finish"
+  [ "$(find "$dir" -maxdepth 1 -name '*.odf' | wc -l)" -eq "$files" ] || bench_fail "not every .odf written"
+  [ "$(wc -l <"$dir/s00000.odf")" -eq "$points" ] || bench_fail "s00000.odf does not hold $points lines"
+  bench_min conv_wall "$run_us"
+  bench_min conv_cpu "$cpu_us"
+  bench_max peak_kb "$run_kb"
   find "$dir" -maxdepth 1 \( -name '*.odf' -o -name '*.hdrx' \) -printf '%s\n' >"$size_list"
-  floor_io "$in_list" "$size_list" "$work/floor"
-  floor_wall=$(best "$floor_wall" "$floor_us")
-  floor_cpu=$(best "$floor_cpu" "$floor_cpu_us")
+  bench_floor "$in_list" "$size_list" "$work/floor"
+  bench_min floor_wall "$floor_us"
+  bench_min floor_cpu "$floor_cpu_us"
+
+  find "$dir" -maxdepth 1 \( -name '*.odf' -o -name '*.hdrx' \) -delete
+  bench_timed "$dir" "$conv" --modern "${names[@]}"
+  tail -n 1 "$work/.stdout" | grep -qx "Finished $files files" || bench_fail "the modern batch did not finish"
+  [ "$(wc -l <"$dir/s00000.odf")" -eq "$points" ] || bench_fail "the modern s00000.odf does not hold $points lines"
+  bench_min modern_wall "$run_us"
+  bench_min modern_cpu "$cpu_us"
+  bench_max peak_kb "$run_kb"
 
   rm -rf "$work/xy"
   mkdir -p "$work/xy"
-  timed "$dir" env NODE_PATH="$work/npm/node_modules" node "$work/npm/convert.mjs" "$work/xy" "${names[@]}"
-  [ "$(find "$work/xy" -name '*.xy' | wc -l)" -eq "$files" ] || { echo "jcamp.sh: jcampconverter did not write $files files" >&2; exit 2; }
-  [ "$(wc -l <"$work/xy/s00000.jdx.xy")" -eq "$points" ] || { echo "jcamp.sh: jcampconverter read another point count" >&2; exit 2; }
-  peer_wall=$(best "$peer_wall" "$run_us")
-  peer_cpu=$(best "$peer_cpu" "$cpu_us")
+  bench_timed "$dir" env NODE_PATH="$work/npm/node_modules" node "$work/npm/convert.mjs" "$work/xy" "${names[@]}"
+  [ "$(find "$work/xy" -name '*.xy' | wc -l)" -eq "$files" ] || bench_fail "jcampconverter did not write $files files"
+  [ "$(wc -l <"$work/xy/s00000.jdx.xy")" -eq "$points" ] || bench_fail "jcampconverter read another point count"
+  bench_min peer_wall "$run_us"
+  bench_min peer_cpu "$cpu_us"
 done
 
-in_bytes=$(xargs -d '\n' stat -c %s <"$in_list" | awk '{ s += $1 } END { print s + 0 }')
-out_bytes=$(awk '{ s += $1 } END { print s + 0 }' "$size_list")
+out_bytes=$(bench_sum "$size_list")
 echo
 awk -v n="$files" -v p="$points" -v ib="$in_bytes" -v ob="$out_bytes" -v cw="$conv_wall" -v cc="$conv_cpu" \
-    -v fw="$floor_wall" -v fc="$floor_cpu" -v pw="$peer_wall" -v pc="$peer_cpu" -v kb="$peak_kb" -v c="$conv" 'BEGIN {
+    -v fw="$floor_wall" -v fc="$floor_cpu" -v pw="$peer_wall" -v pc="$peer_cpu" -v kb="$peak_kb" -v c="$conv" \
+    -v mw="$modern_wall" -v mc="$modern_cpu" 'BEGIN {
   mb = 1048576
   printf "%d files of %d points: %.1f MB in, %.1f MB out (.odf + .hdrx); peak memory %.1f MB\n", n, p, ib / mb, ob / mb, kb / 1024
   printf "%-16s %10s %10s\n", "", "wall s", "cpu s"
   printf "%-16s %10.3f %10.3f\n", "kestro-convert", cw / 1e6, cc / 1e6
+  printf "%-16s %10.3f %10.3f\n", "  --modern", mw / 1e6, mc / 1e6
   printf "%-16s %10.3f %10.3f\n", "I/O floor", fw / 1e6, fc / 1e6
   printf "%-16s %10.3f %10.3f\n", "jcampconverter", pw / 1e6, pc / 1e6
   printf "ratio to the floor: %.2f (wall)   jcampconverter / kestro: %.2f (wall), %.2f (cpu)\n", cw / fw, pw / cw, pc / cc
-  ok = cw / fw <= 3 && pw / cw >= 3
-  printf "Targets: ratio <= 3, at least 3 x faster: %s\n", ok ? "PASS" : "FAIL"
+  printf "modern: classic / modern %.2f (cpu), jcampconverter / modern %.2f (cpu)\n", cc / mc, pc / mc
+  ok = cw / fw <= 3 && pw / cw >= 3 && mc <= cc && pc / mc >= 3
+  printf "Targets: ratio <= 3, at least 3 x faster; modern no slower than classic, 3 x faster than jcampconverter (cpu): %s\n", ok ? "PASS" : "FAIL"
   printf "Times: best of the runs; floor: reading every input and writing files of the outputs sizes, page cache warm. Converter: %s\n", c
   exit ok ? 0 : 1
 }' && exit 0 || exit 1

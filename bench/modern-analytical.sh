@@ -20,40 +20,27 @@
 # Exit status: 0 every target met, 1 a target missed, 2 usage or setup error,
 # 3 a classic reader is not available yet (its row says so).
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 files=200
 points=20000
-usage() { sed -n '4,12s/^# \{0,1\}//p' "$0"; }
 while getopts ':f:n:h' opt; do
   case $opt in
     f) files=$OPTARG ;;
     n) points=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 4,12; exit 0 ;;
+    *) bench_usage 4,12 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
-[[ $files =~ ^[1-9][0-9]*$ ]] || { echo "modern-analytical.sh: -f needs a whole number of at least 1" >&2; exit 2; }
-[[ $points =~ ^[1-9][0-9]*$ ]] && [ "$points" -ge 2 ] ||
-  { echo "modern-analytical.sh: -n needs a whole number of at least 2" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "modern-analytical.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-[ -x /usr/bin/time ] || { echo "modern-analytical.sh: /usr/bin/time (GNU time) is needed" >&2; exit 2; }
-command -v python3 >/dev/null || { echo "modern-analytical.sh: python3 is needed to generate the inputs" >&2; exit 2; }
-
-if [ $# -ge 2 ]; then
-  work=$2
-  mkdir -p "$work"
-else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-modern.XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ $# -le 2 ] || { bench_usage 4,12 >&2; exit 2; }
+[[ $files =~ ^[1-9][0-9]*$ ]] || bench_fail "-f needs a whole number of at least 1"
+[[ $points =~ ^[1-9][0-9]*$ ]] && [ "$points" -ge 2 ] || bench_fail "-n needs a whole number of at least 2"
+bench_need_tools
+command -v python3 >/dev/null || bench_fail "python3 is needed to generate the inputs"
+bench_converter "${1:-}"
+bench_workdir modern "${2:-}"
 
 # One folder per format, FILES inputs of POINTS points each.
 generate() {
@@ -110,33 +97,31 @@ EOF
 # the disk's write-back, while the work a reader does stays put.
 #   timed DIR EXT [--modern]
 timed() {
-  local dir=$1 ext=$2 rc best=""
+  local dir=$1 ext=$2 best=""
   shift 2
   for _ in 1 2; do
-    rc=0
     find "$dir" -maxdepth 1 -type f ! -name "*.$ext" -delete
-    (cd "$dir" && /usr/bin/time -f '%U %S' -o "$work/.time" "$conv" "$@" ./*."$ext" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
+    bench_tolerant=1 bench_timed "$dir" "$conv" "$@" "$dir"/*."$ext"
     if grep -q 'not available yet' "$work/.stderr"; then
       echo n/a
       return
     fi
-    if [ $rc -ne 0 ] || [ -s "$work/.stderr" ] || ! tail -n 1 "$work/.stdout" | grep -qx "Finished $files files"; then
-      echo "modern-analytical.sh: the $ext batch failed (exit $rc):" >&2
+    if [ "$run_rc" -ne 0 ] || [ -s "$work/.stderr" ] || ! tail -n 1 "$work/.stdout" | grep -qx "Finished $files files"; then
+      echo "$bench_name: the $ext batch failed (exit $run_rc):" >&2
       tail -n 3 "$work/.stdout" "$work/.stderr" >&2
       exit 2
     fi
-    best=$(awk -v b="$best" '{ c = $1 + $2; print (b == "" || c < b ? c : b) }' "$work/.time")
+    bench_min best "$cpu_us"
   done
   local lines
   lines=$(wc -l <"$dir/f00000.odf")
-  [ "$lines" -eq "$points" ] || { echo "modern-analytical.sh: $ext: $lines points written, expected $points" >&2; exit 2; }
-  awk -v s="$best" 'BEGIN { printf "%.3f", s }'
+  [ "$lines" -eq "$points" ] || bench_fail "$ext: $lines points written, expected $points"
+  awk -v s="$best" 'BEGIN { printf "%.3f", s / 1e6 }'
 }
 
 echo "Generating $files files of $points points per format in $work ..." >&2
 generate
 
-rows=()
 failed=0
 missing=0
 for ext in gaml spa spc; do
@@ -157,8 +142,7 @@ for ext in gaml spa spc; do
 done
 
 echo
-printf '%-6s %6s %8s %10s %10s %7s %s\n' format files points "modern s" "classic s" ratio "ratio>=1"
-printf '%s\n' "${rows[@]}"
+bench_table '%-6s %6s %8s %10s %10s %7s %s\n' format files points "modern s" "classic s" ratio "ratio>=1"
 echo
 echo "CPU seconds (user + system), best of two runs each; ratio = classic / modern."
 echo "Converter: $conv"

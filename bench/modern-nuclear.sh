@@ -14,23 +14,20 @@
 # ratio classic / modern (at least 1 is the target); for CNF also xyconv's
 # time and the ratio xyconv / modern (at least 5 is the target).
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 files=2000
 while getopts ':f:h' opt; do
   case $opt in
     f) files=$OPTARG ;;
-    *) sed -n '4,16s/^# \{0,1\}//p' "$0"; exit 2 ;;
+    *) bench_usage 4,16; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=$(realpath "${1:-$root/build/bin/kestro-convert}")
-[ -x "$conv" ] || { echo "modern-nuclear.sh: build kestro-convert first" >&2; exit 2; }
-if ! command -v xyconv >/dev/null; then
-  sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
-  $sudo apt-get install -y -qq libxy-bin >/dev/null
-fi
-work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-modern.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+bench_need_tools
+bench_converter "${1:-}"
+bench_need_xyconv
+bench_workdir modern
 mkdir -p "$work/cnf" "$work/mpa" "$work/xy"
 
 python3 - "$work" "$files" <<'PY'
@@ -66,15 +63,10 @@ PY
 # machine the wall clock swings with the other work and the disk's write-back,
 # while the work a reader does stays put.
 seconds() {
-  local dir=$1 best=""
-  shift
-  for _ in 1 2; do
-    (cd "$dir" && /usr/bin/time -f '%U %S' -o "$work/time" "$@" >/dev/null 2>"$work/err") || { cat "$work/err" >&2; exit 2; }
-    best=$(awk -v b="$best" '{ c = $1 + $2; print (b == "" || c < b ? c : b) }' "$work/time")
-  done
-  echo "$best"
+  bench_best 2 "$@"
+  awk -v c="$best_cpu_us" 'BEGIN { print c / 1e6 }'
 }
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+ratio() { bench_ratio "$@"; }
 
 cnf_classic=$(seconds "$work/cnf" "$conv" --spe "$work"/cnf/*.cnf)
 cnf_modern=$(seconds "$work/cnf" "$conv" --spe --modern "$work"/cnf/*.cnf)

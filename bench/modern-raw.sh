@@ -13,26 +13,22 @@
 # with the page cache warm, and the ratios classic / modern (at least 1 is
 # the target) and xyconv / modern (at least 5 is the target).
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 files=2000
 steps=4000
 while getopts ':f:n:h' opt; do
   case $opt in
     f) files=$OPTARG ;;
     n) steps=$OPTARG ;;
-    *) sed -n '4,14s/^# \{0,1\}//p' "$0"; exit 2 ;;
+    *) bench_usage 4,14; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=$(realpath "${1:-$root/build/bin/kestro-convert}")
-[ -x "$conv" ] || { echo "modern-raw.sh: build kestro-convert first" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "modern-raw.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-if ! command -v xyconv >/dev/null; then
-  sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
-  $sudo apt-get install -y -qq libxy-bin >/dev/null
-fi
-work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-modern-raw.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+bench_need_tools
+bench_converter "${1:-}"
+bench_need_xyconv
+bench_workdir modern-raw
 mkdir -p "$work/raw" "$work/xy"
 
 # RAW1.01: the range count (1) at 12, the 304-byte range header at 712 with
@@ -56,27 +52,16 @@ for i in range(count):
 PY
 
 # "wall cpu" seconds of a command run in DIR, each the best of three runs.
+clean() { rm -f "$work"/raw/*.odf "$work"/xy/*; }
 seconds() {
-  local dir=$1 t0 t1 best_wall="" best_cpu="" wall cpu
-  shift
-  for _ in 1 2 3; do
-    rm -f "$dir"/*.odf "$work"/xy/*
-    t0=$EPOCHREALTIME
-    (cd "$dir" && /usr/bin/time -f '%U %S' -o "$work/cpu" "$@" >/dev/null 2>"$work/err") ||
-      { cat "$work/err" >&2; exit 2; }
-    t1=$EPOCHREALTIME
-    wall=$(awk -v a="$t0" -v b="$t1" 'BEGIN { print b - a }')
-    cpu=$(awk '{ print $1 + $2 }' "$work/cpu")
-    [ -z "$best_wall" ] || awk -v a="$wall" -v b="$best_wall" 'BEGIN { exit !(a < b) }' && best_wall=$wall
-    [ -z "$best_cpu" ] || awk -v a="$cpu" -v b="$best_cpu" 'BEGIN { exit !(a < b) }' && best_cpu=$cpu
-  done
-  echo "$best_wall $best_cpu"
+  bench_before_run=clean bench_best 3 "$@"
+  awk -v w="$best_wall_us" -v c="$best_cpu_us" 'BEGIN { print w / 1e6, c / 1e6 }'
 }
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
+ratio() { bench_ratio "$@"; }
 
 read -r classic_wall classic_cpu < <(seconds "$work/raw" "$conv" "$work"/raw/*.raw)
 read -r modern_wall modern_cpu < <(seconds "$work/raw" "$conv" --modern "$work"/raw/*.raw)
-[ "$(find "$work/raw" -name '*.odf' | wc -l)" -eq "$files" ] || { echo "modern-raw.sh: not every scan converted" >&2; exit 2; }
+[ "$(find "$work/raw" -name '*.odf' | wc -l)" -eq "$files" ] || bench_fail "not every scan converted"
 read -r xy_wall xy_cpu < <(seconds "$work/raw" xyconv -s -t bruker_raw -m "$work/xy" "$work"/raw/*.raw)
 
 printf '%-26s %-5s %9s %9s %9s %15s %14s\n' batch time classic modern xyconv classic/modern xyconv/modern

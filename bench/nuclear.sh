@@ -22,46 +22,33 @@
 # or a failed conversion, 3 a part could not run because the converter does
 # not offer that format yet.
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 mb=50
 cnf_files=2000
 runs=3
 part=all
-usage() { sed -n '4,14s/^# \{0,1\}//p' "$0"; }
 while getopts ':m:f:r:p:h' opt; do
   case $opt in
     m) mb=$OPTARG ;;
     f) cnf_files=$OPTARG ;;
     r) runs=$OPTARG ;;
     p) part=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 4,14; exit 0 ;;
+    *) bench_usage 4,14 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
-[[ $mb =~ ^[1-9][0-9]*$ ]] || { echo "nuclear.sh: -m needs a whole number of at least 1" >&2; exit 2; }
-[[ $cnf_files =~ ^[1-9][0-9]*$ ]] || { echo "nuclear.sh: -f needs a whole number of at least 1" >&2; exit 2; }
-[[ $runs =~ ^[1-9][0-9]*$ ]] || { echo "nuclear.sh: -r needs a whole number of at least 1" >&2; exit 2; }
-[[ $part =~ ^(s100|cnf|all)$ ]] || { echo "nuclear.sh: -p takes s100, cnf or all" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "nuclear.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-[ -n "${EPOCHREALTIME:-}" ] || { echo "nuclear.sh: bash 5 or later is needed" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "nuclear.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-command -v python3 >/dev/null || { echo "nuclear.sh: python3 is needed to generate the inputs" >&2; exit 2; }
-
-if [ $# -ge 2 ]; then
-  work=$2
-  mkdir -p "$work"
-else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-nuclear.XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ $# -le 2 ] || { bench_usage 4,14 >&2; exit 2; }
+[[ $mb =~ ^[1-9][0-9]*$ ]] || bench_fail "-m needs a whole number of at least 1"
+[[ $cnf_files =~ ^[1-9][0-9]*$ ]] || bench_fail "-f needs a whole number of at least 1"
+[[ $runs =~ ^[1-9][0-9]*$ ]] || bench_fail "-r needs a whole number of at least 1"
+[[ $part =~ ^(s100|cnf|all)$ ]] || bench_fail "-p takes s100, cnf or all"
+bench_need_tools
+command -v python3 >/dev/null || bench_fail "python3 is needed to generate the inputs"
+bench_converter "${1:-}"
+bench_workdir nuclear "${2:-}"
 
 # ---- inputs ----
 
@@ -87,70 +74,30 @@ EOF
 
 # CNF: see scripts/make-cnf.py.
 make_cnf() {
-  python3 "$root/scripts/make-cnf.py" "$1" "$2"
+  python3 "$bench_root/scripts/make-cnf.py" "$1" "$2"
 }
 
 # ---- measuring ----
 
-# Runs the converter in DIR on the given arguments; sets conv_us and conv_kb.
-# A format the converter does not offer yet sets unavailable=1 instead.
+# Runs the converter in DIR on the given arguments (bench_timed). A format
+# the converter does not offer yet sets unavailable=1 instead.
 #   convert DIR ARGS...
 convert() {
-  local dir=$1 t0 t1 rc=0
+  local dir=$1
   shift
-  t0=${EPOCHREALTIME//[!0-9]/}
-  (cd "$dir" && /usr/bin/time -v -o "$work/.time" "$conv" "$@" >"$work/.stdout" 2>"$work/.stderr") || rc=$?
-  t1=${EPOCHREALTIME//[!0-9]/}
+  bench_tolerant=1 bench_timed "$dir" "$conv" "$@"
   unavailable=0
   if grep -q 'not available yet' "$work/.stderr"; then
     unavailable=1
     return
   fi
-  if [ $rc -ne 0 ] || [ -s "$work/.stderr" ]; then
-    echo "nuclear.sh: kestro-convert failed in $dir (exit $rc):" >&2
+  if [ "$run_rc" -ne 0 ] || [ -s "$work/.stderr" ]; then
+    echo "$bench_name: kestro-convert failed in $dir (exit $run_rc):" >&2
     cat "$work/.stdout" "$work/.stderr" >&2
     exit 2
   fi
-  conv_us=$((t1 - t0))
-  conv_kb=$(awk -F': *' '/Maximum resident set size/ { print $2 }' "$work/.time")
 }
 
-# The least any conversion must do: read every input and write files of the
-# output sizes, timed inside one process. Sets floor_us.
-#   floor_io INPUT_LIST SIZE_LIST DIR
-floor_io() {
-  rm -rf "$3"
-  mkdir -p "$3"
-  floor_us=$(python3 - "$1" "$2" "$3" <<'EOF'
-import sys, time
-inputs = open(sys.argv[1]).read().split('\n')[:-1]
-sizes = [int(s) for s in open(sys.argv[2]).read().split()]
-folder = sys.argv[3]
-buf = bytearray(1 << 20)
-zeros = bytes(1 << 20)
-t0 = time.perf_counter()
-for path in inputs:
-    with open(path, 'rb', buffering=0) as f:
-        while f.readinto(buf):
-            pass
-for i, size in enumerate(sizes):
-    with open('%s/%d' % (folder, i), 'wb', buffering=0) as f:
-        while size > 0:
-            size -= f.write(zeros[:min(size, len(zeros))])
-print(int((time.perf_counter() - t0) * 1e6))
-EOF
-)
-  rm -rf "$3"
-}
-
-# Output sizes, one a line, of the files in DIR matching the patterns.
-output_sizes() {
-  local dir=$1
-  shift
-  (cd "$dir" && for p in "$@"; do find . -maxdepth 1 -type f -name "$p" -printf '%s\n'; done)
-}
-
-rows=()
 failed=0
 missing=0
 
@@ -173,7 +120,7 @@ add_row() {
 not_available_row() {
   local said
   said=$(grep -o 'Error [0-9]* .*not available yet' "$work/.stderr" | head -n 1)
-  echo "nuclear.sh: $1 not measured: $said" >&2
+  echo "$bench_name: $1 not measured: $said" >&2
   rows+=("$(printf '%-12s %s' "$1" "not measured: $said")")
   missing=1
 }
@@ -185,11 +132,7 @@ measure() {
   local name=$1 dir=$2 in_glob=$3 out_globs=$4 check=$5
   shift 5
   local best_conv='' best_floor='' peak_kb=0 in_list=$work/.inputs size_list=$work/.sizes r
-  find "$dir" -maxdepth 1 -type f -name "$in_glob" | sort >"$in_list"
-  local files in_bytes
-  files=$(wc -l <"$in_list")
-  in_bytes=$(xargs -d '\n' stat -c %s <"$in_list" | awk '{ s += $1 } END { print s + 0 }')
-  xargs -d '\n' cat <"$in_list" >/dev/null  # warm the page cache before any timing
+  bench_inputs "$dir" "$in_glob" "$in_list"
   for ((r = 1; r <= runs; r++)); do
     echo "  $name: run $r of $runs" >&2
     # shellcheck disable=SC2086
@@ -201,15 +144,15 @@ measure() {
     fi
     "$check" "$dir"
     # shellcheck disable=SC2086
-    output_sizes "$dir" $out_globs >"$size_list"
-    floor_io "$in_list" "$size_list" "$work/floor"
-    [ -z "$best_conv" ] || [ "$conv_us" -lt "$best_conv" ] && best_conv=$conv_us
-    [ -z "$best_floor" ] || [ "$floor_us" -lt "$best_floor" ] && best_floor=$floor_us
-    [ "$conv_kb" -gt "$peak_kb" ] && peak_kb=$conv_kb
+    bench_sizes "$dir" $out_globs >"$size_list"
+    bench_floor "$in_list" "$size_list" "$work/floor"
+    bench_min best_conv "$run_us"
+    bench_min best_floor "$floor_us"
+    bench_max peak_kb "$run_kb"
   done
   local out_bytes
-  out_bytes=$(awk '{ s += $1 } END { print s + 0 }' "$size_list")
-  add_row "$name" "$in_bytes" "$out_bytes" "$best_conv" "$best_floor" "$peak_kb" "$files"
+  out_bytes=$(bench_sum "$size_list")
+  add_row "$name" "$in_bytes" "$out_bytes" "$best_conv" "$best_floor" "$peak_kb" "$in_files"
 }
 
 # Expected outputs, so a fast but wrong run is not reported as a result.
@@ -219,8 +162,8 @@ check_s100() {
   local channels lines
   channels=$((((mb << 20) - 128) / 4))
   lines=$(wc -l <"$1/big.odf")
-  [ "$lines" -eq "$channels" ] || { echo "nuclear.sh: big.odf has $lines lines, expected $channels" >&2; exit 2; }
-  head -c 16 "$1/big.dat" | grep -qx '     300     310' || { echo "nuclear.sh: big.dat does not start with the times" >&2; exit 2; }
+  [ "$lines" -eq "$channels" ] || bench_fail "big.odf has $lines lines, expected $channels"
+  head -c 16 "$1/big.dat" | grep -qx '     300     310' || bench_fail "big.dat does not start with the times"
 }
 
 # shellcheck disable=SC2317
@@ -229,10 +172,9 @@ check_cnf() {
   spe=$(find "$1" -maxdepth 1 -name '*.spe' | wc -l)
   odf=$(find "$1" -maxdepth 1 -name '*.odf' | wc -l)
   if [ "$spe" -ne "$cnf_files" ] || [ "$odf" -ne "$cnf_files" ]; then
-    echo "nuclear.sh: $spe .spe and $odf .odf files written, expected $cnf_files of each" >&2
-    exit 2
+    bench_fail "$spe .spe and $odf .odf files written, expected $cnf_files of each"
   fi
-  tail -n 1 "$work/.stdout" | grep -qx "Finished $cnf_files files" || { echo "nuclear.sh: the batch did not finish" >&2; exit 2; }
+  tail -n 1 "$work/.stdout" | grep -qx "Finished $cnf_files files" || bench_fail "the batch did not finish"
 }
 
 if [ "$part" != cnf ]; then
@@ -253,9 +195,8 @@ if [ "$part" != s100 ]; then
 fi
 
 echo
-printf '%-12s %6s %9s %9s %9s %9s %7s %9s %8s %-4s\n' \
+bench_table '%-12s %6s %9s %9s %9s %9s %7s %9s %8s %-4s\n' \
   input files "in MB" "out MB" "convert s" "floor s" ratio "files/s" "peak MB" "ratio<=4"
-printf '%s\n' "${rows[@]}"
 echo
 echo "Times: best of $runs runs; peak MB: the highest of them (maximum resident set)."
 echo "Floor: reading every input and writing files of the outputs' sizes, page cache warm."

@@ -12,45 +12,31 @@
 #
 # Two inputs are generated: a two-column ".odf" and a ".dat" data block. Each is
 # converted with SPE ticked, and the time is set against an I/O floor taken in
-# the same run: copying the input plus writing one file as large as everything
+# the same run: reading the input and writing files as large as everything
 # the conversion wrote. Targets: peak memory at most 3 x input + 20 MB, and
 # conversion time at most 4 x the floor.
 # Exit status: 0 every target met, 1 a target missed, 2 usage or setup error.
 set -euo pipefail
+# shellcheck source=bench/lib.sh
+. "$(dirname "$0")/lib.sh"
 
 channels=1000000
 runs=3
-usage() { sed -n '4,11s/^# \{0,1\}//p' "$0"; }
 while getopts ':n:r:h' opt; do
   case $opt in
     n) channels=$OPTARG ;;
     r) runs=$OPTARG ;;
-    h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
+    h) bench_usage 4,11; exit 0 ;;
+    *) bench_usage 4,11 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-[ $# -le 2 ] || { usage >&2; exit 2; }
-[[ $channels =~ ^[1-9][0-9]*$ && $channels -ge 2 ]] || { echo "run.sh: -n needs a whole number of at least 2" >&2; exit 2; }
-[[ $runs =~ ^[1-9][0-9]*$ ]] || { echo "run.sh: -r needs a whole number of at least 1" >&2; exit 2; }
-
-root=$(cd "$(dirname "$0")/.." && pwd)
-conv=${1:-$root/build/bin/kestro-convert}
-[ -x "$conv" ] || { echo "run.sh: no executable converter at $conv (build it first)" >&2; exit 2; }
-conv=$(cd "$(dirname "$conv")" && pwd)/$(basename "$conv")
-# Timings read bash's own microsecond clock, so taking one starts no process.
-[ -n "${EPOCHREALTIME:-}" ] || { echo "run.sh: bash 5 or later is needed" >&2; exit 2; }
-[ -x /usr/bin/time ] || { echo "run.sh: /usr/bin/time is needed (Debian package 'time')" >&2; exit 2; }
-
-if [ $# -ge 2 ]; then
-  work=$2
-  mkdir -p "$work"
-else
-  work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-bench.XXXXXX")
-  trap 'rm -rf "$work"' EXIT
-  trap 'exit 130' INT TERM
-fi
-work=$(cd "$work" && pwd)
+[ $# -le 2 ] || { bench_usage 4,11 >&2; exit 2; }
+[[ $channels =~ ^[1-9][0-9]*$ && $channels -ge 2 ]] || bench_fail "-n needs a whole number of at least 2"
+[[ $runs =~ ^[1-9][0-9]*$ ]] || bench_fail "-r needs a whole number of at least 1"
+bench_need_tools
+bench_converter "${1:-}"
+bench_workdir bench "${2:-}"
 
 # Counts come from a Park-Miller generator: deterministic, and its products stay
 # below 2^53, so every awk computes the same sequence.
@@ -76,60 +62,38 @@ awk -v n="$channels" 'BEGIN {
   if (line != "") printf "%s\r\n", line
 }' >"$work/block.dat"
 
-# One conversion in a fresh folder holding only a copy of the input; the
-# converter's measurements go to the named variables.
-#   convert INPUT DIR -> sets conv_us, conv_kb, out_bytes
+# One conversion in a fresh folder holding only a copy of the input; sets
+# run_us and run_kb (bench_timed) and out_bytes.
+#   convert INPUT DIR
 convert() {
-  local src=$1 dir=$2 name t0 t1 rc
+  local src=$1 dir=$2 name
   name=$(basename "$src")
   rm -rf "$dir"
   mkdir -p "$dir"
   cp "$src" "$dir/$name"
-  t0=${EPOCHREALTIME//[!0-9]/}
-  rc=0
-  /usr/bin/time -v -o "$dir/.time" "$conv" --spe "$dir/$name" >"$dir/.stdout" 2>"$dir/.stderr" || rc=$?
-  t1=${EPOCHREALTIME//[!0-9]/}
-  if [ $rc -ne 0 ] || [ -s "$dir/.stderr" ]; then
-    echo "run.sh: kestro-convert failed on $name (exit $rc):" >&2
-    cat "$dir/.stdout" "$dir/.stderr" >&2
-    exit 2
-  fi
-  conv_us=$((t1 - t0))
-  conv_kb=$(awk -F': *' '/Maximum resident set size/ { print $2 }' "$dir/.time")
+  bench_timed "$dir" "$conv" --spe "$name"
   out_bytes=$(find "$dir" -maxdepth 1 -type f ! -name "$name" ! -name '.*' -printf '%s\n' | awk '{ s += $1 } END { print s + 0 }')
-}
-
-# The least any conversion must do: read the input and write its output bytes.
-#   floor_io INPUT DIR BYTES -> sets floor_us
-floor_io() {
-  local src=$1 dir=$2 bytes=$3 t0 t1
-  rm -rf "$dir"
-  mkdir -p "$dir"
-  t0=${EPOCHREALTIME//[!0-9]/}
-  cp "$src" "$dir/copy"
-  dd if=/dev/zero of="$dir/out" bs=1M count="$bytes" iflag=count_bytes status=none
-  t1=${EPOCHREALTIME//[!0-9]/}
-  floor_us=$((t1 - t0))
+  find "$dir" -maxdepth 1 -type f ! -name "$name" ! -name '.*' -printf '%s\n' >"$work/.sizes"
 }
 
 # Expected outputs, so a fast but wrong run is not reported as a result.
 check_outputs() {
   local dir=$1 stem=$2 want
   for want in "${@:3}"; do
-    [ -s "$dir/$stem.$want" ] || { echo "run.sh: $stem.$want was not written" >&2; exit 2; }
+    [ -s "$dir/$stem.$want" ] || bench_fail "$stem.$want was not written"
   done
   if [ "$stem" = block ]; then
     local lines
     lines=$(wc -l <"$dir/block.odf")
-    [ "$lines" -eq "$channels" ] || { echo "run.sh: block.odf has $lines lines, expected $channels" >&2; exit 2; }
+    [ "$lines" -eq "$channels" ] || bench_fail "block.odf has $lines lines, expected $channels"
   fi
 }
 
-rows=()
 failed=0
 for input in two-column.odf block.dat; do
   src=$work/$input
   stem=${input%.*}
+  echo "$src" >"$work/.inputs"
   cat "$src" >/dev/null  # warm the page cache before any timing
   best_conv='' best_floor='' peak_kb=0
   for ((r = 1; r <= runs; r++)); do
@@ -137,12 +101,12 @@ for input in two-column.odf block.dat; do
     convert "$src" "$work/run-$stem"
     if [ "$input" = block.dat ]; then check_outputs "$work/run-$stem" "$stem" odf spe
     else check_outputs "$work/run-$stem" "$stem" spe; fi
-    floor_io "$src" "$work/floor-$stem" "$out_bytes"
-    [ -z "$best_conv" ] || [ "$conv_us" -lt "$best_conv" ] && best_conv=$conv_us
-    [ -z "$best_floor" ] || [ "$floor_us" -lt "$best_floor" ] && best_floor=$floor_us
-    [ "$conv_kb" -gt "$peak_kb" ] && peak_kb=$conv_kb
+    bench_floor "$work/.inputs" "$work/.sizes" "$work/floor-$stem"
+    bench_min best_conv "$run_us"
+    bench_min best_floor "$floor_us"
+    bench_max peak_kb "$run_kb"
   done
-  rm -rf "$work/run-$stem" "$work/floor-$stem"
+  rm -rf "$work/run-$stem"
   in_bytes=$(stat -c %s "$src")
   row=$(awk -v c="$best_conv" -v f="$best_floor" -v kb="$peak_kb" -v ib="$in_bytes" -v ob="$out_bytes" -v name="$input" 'BEGIN {
     mb = 1048576
@@ -159,11 +123,10 @@ for input in two-column.odf block.dat; do
 done
 
 echo
-printf '%-15s %8s %8s %9s %9s %7s %8s %8s %-6s  %-4s\n' \
+bench_table '%-15s %8s %8s %9s %9s %7s %8s %8s %-6s  %-4s\n' \
   input "in MB" "out MB" "convert s" "floor s" ratio "peak MB" "limit MB" memory "ratio<=4"
-printf '%s\n' "${rows[@]}"
 echo
-echo "Times: best of $runs runs; peak MB: the highest of them. Floor: cp of the input"
-echo "plus one write of the output's size, with the input already in the page cache."
+echo "Times: best of $runs runs; peak MB: the highest of them. Floor: reading the input"
+echo "and writing files of the outputs' sizes, with the input already in the page cache."
 echo "limit = 3 x input + 20 MB (MB = 2^20 bytes). Converter: $conv"
 exit $failed

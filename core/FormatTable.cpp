@@ -89,6 +89,8 @@ void Combo1_Click(Session& form, int index) {
     setTypedText(form, entry.pattern);
     form.formatOption = entry.option;
     const unsigned fx = entry.effects;
+    if ((fx & E::LinearWhenPlotting) && form.boxes.DsGr && form.boxes.LogScale)
+        form.boxNotes.push_back(std::string("LOG unticked by choosing \"") + entry.text + "\"");
     form.changeBoxes([fx](Boxes& b) {
         if (fx & E::UncheckSPE) b.SPE = false;
         if (fx & E::UncheckSPO) b.SPO = false;

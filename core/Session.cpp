@@ -4,18 +4,18 @@
 
 namespace kestro {
 
-Session::Session(Host& host) : host_(host) {}
+Session::Session(Host& host) : host_(&host) {}
 
 void Session::addToQueue(const std::string& shownName, const std::string& fullPath) {
     List1.push_back(shownName);
     List2.push_back(fullPath);
-    host_.queueChanged();
+    host_->queueChanged();
 }
 
 void Session::clearQueue() {
     List1.clear();
     List2.clear();
-    host_.queueChanged();
+    host_->queueChanged();
 }
 
 const std::string& Session::outputExtension() const {

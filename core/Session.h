@@ -34,7 +34,14 @@ class Session {
 public:
     explicit Session(Host& host);
 
-    Host& host() { return host_; }
+    Host& host() { return *host_; }
+    // Routes the engine's calls through `host` and returns the one it
+    // replaces; a run puts its recorder in front of the front end this way.
+    Host& replaceHost(Host& host) {
+        Host& previous = *host_;
+        host_ = &host;
+        return previous;
+    }
 
     // The queue: List1 holds the names as shown, List2 the full paths.
     std::vector<std::string> List1;
@@ -58,7 +65,7 @@ public:
     template <typename Change>
     void changeBoxes(Change change) {
         change(boxes);
-        host_.boxesChanged();
+        host_->boxesChanged();
     }
 
     // The format selector's text (Combo1), the "type extension" box (Text1)
@@ -78,6 +85,9 @@ public:
 
     // What the last run did; cleared as the next one starts.
     RunLog runLog;
+    // Boxes the format choice changed since the last run, in the words the
+    // next run's record gives them.
+    std::vector<std::string> boxNotes;
 
     // Counted up by the driver as each run starts, for what is reported once a run.
     int64_t runNumber = 0;
@@ -85,7 +95,7 @@ public:
     std::shared_ptr<DicomTagTable> dicomTags;
 
 private:
-    Host& host_;
+    Host* host_;
 };
 
 }  // namespace kestro

@@ -1,10 +1,12 @@
-// Takes the README's pictures: the main window with a queue, and the plot of
-// a converted spectrum. Run under a real X server (scripts/screenshots.sh
+// Takes the README's pictures: the main window with a queue, the plot of a
+// converted spectrum and of an infrared one, and the run log after a file
+// that stopped the run. Run under a real X server (scripts/screenshots.sh
 // starts one with Xvfb).
 #include <QApplication>
 #include <QChart>
 #include <QCheckBox>
 #include <QDir>
+#include <QFileInfo>
 #include <QLineEdit>
 #include <QLineSeries>
 #include <QListWidget>
@@ -34,12 +36,13 @@ void save(QWidget* widget, const QString& path) {
 int main(int argc, char** argv) {
     QApplication app(argc, argv);
     QApplication::setApplicationName("Kestro");
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: kestro-screenshots OUTPUT_FOLDER EXAMPLES_FOLDER\n");
+    if (argc != 4) {
+        std::fprintf(stderr, "usage: kestro-screenshots OUTPUT_FOLDER EXAMPLES_FOLDER DAMAGED_FILE\n");
         return 2;
     }
     const QDir out(QString::fromLocal8Bit(argv[1]));
     const QString examples = QString::fromLocal8Bit(argv[2]);
+    const QString damaged = QString::fromLocal8Bit(argv[3]);
 
     Kestro window;
     window.waitScale = 0.1;
@@ -75,5 +78,21 @@ int main(int argc, char** argv) {
     }
     plot->view()->viewport()->update();
     save(plot, out.filePath("kestro-plot-readout.png"));
+
+    // An infrared ".spa" result: X falls from high to low wavenumbers.
+    plot->view()->hideReadout();
+    window.session().addToQueue("thermo.spa", QDir(examples).filePath("thermo.spa").toStdString());
+    window.findChild<QPushButton*>("RunCode")->click();
+    save(plot, out.filePath("kestro-plot-spa.png"));
+
+    // A run stopped by a damaged file: the record opens under the status line.
+    plot->hide();
+    for (const char* name : {"iaea.spe", "ortec.chn"})
+        window.session().addToQueue(name, QDir(examples).filePath(name).toStdString());
+    window.session().addToQueue(QFileInfo(damaged).fileName().toStdString(), damaged.toStdString());
+    window.session().addToQueue("genie.cnf", QDir(examples).filePath("genie.cnf").toStdString());
+    window.findChild<QPushButton*>("RunCode")->click();
+    window.resize(window.width(), window.height() + 140);
+    save(&window, out.filePath("kestro-runlog.png"));
     return 0;
 }

@@ -24,7 +24,7 @@ install(FILES ${CMAKE_BINARY_DIR}/packaging/kestro.1.gz ${CMAKE_BINARY_DIR}/pack
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${KESTRO_PACKAGING}/copyright ${CMAKE_BINARY_DIR}/packaging/changelog.gz
         DESTINATION ${KESTRO_DOC_DIR})
-install(FILES ${KESTRO_PACKAGING}/kestro.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
+install(FILES ${KESTRO_PACKAGING}/io.github.kestro.Kestro.metainfo.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/metainfo)
 install(FILES ${KESTRO_PACKAGING}/icons/kestro.svg DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
 foreach(size 32 48 64 128 256)
   install(FILES ${KESTRO_PACKAGING}/icons/kestro-${size}.png

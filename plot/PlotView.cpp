@@ -53,6 +53,7 @@ void PlotView::showReadout(QPoint viewPos) {
     const auto nearest = std::min_element(points_->begin(), points_->end(), [x](const auto& a, const auto& b) {
         return std::abs(a[0] - x) < std::abs(b[0] - x);
     });
+    readoutAt_ = viewPos;
     const auto& p = *nearest;
     readout_->setText("X = " + readoutNumber(p[0]) + "   Y = " + readoutNumber(p[1]));
     readout_->adjustSize();
@@ -63,9 +64,16 @@ void PlotView::showReadout(QPoint viewPos) {
     readout_->move(at);
     readout_->show();
     // The marker sits on the point as drawn, which on a log scale may be the floor.
-    const auto drawn = static_cast<QXYSeries*>(series)->at(static_cast<int>(nearest - points_->begin()));
+    const auto* xy = static_cast<QXYSeries*>(series);
+    const int index = static_cast<int>(nearest - points_->begin());
+    if (index >= xy->count()) return marker_->hide();
+    const auto drawn = xy->at(index);
     marker_->setPos(chart()->mapToPosition(drawn, series));
     marker_->setVisible(chart()->plotArea().adjusted(-1, -1, 1, 1).contains(marker_->pos()));
+}
+
+void PlotView::refreshReadout() {
+    if (readout_->isVisible()) showReadout(readoutAt_);
 }
 
 void PlotView::hideReadout() {

@@ -25,6 +25,9 @@ public:
     // Shows the readout for the point nearest `viewPos` in X.
     void showReadout(QPoint viewPos);
     void hideReadout();
+    // After the view changed under a still mouse: the readout, if shown,
+    // names the point now nearest the cursor.
+    void refreshReadout();
     QLabel* readout() const { return readout_; }
 
 signals:
@@ -51,5 +54,6 @@ private:
     QRubberBand* band_;
     QPoint bandStart_;
     QPoint panFrom_;
+    QPoint readoutAt_;
     bool panned_ = false;
 };

@@ -3,6 +3,7 @@
 #include <QAction>
 #include <QChart>
 #include <QClipboard>
+#include <QComboBox>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -33,6 +34,31 @@ std::pair<double, double> yRange(const kestro::PlotPoints& points) {
         hi = std::max(hi, p[1]);
     }
     return {lo, hi};
+}
+
+// The X range from the smallest to the largest X: infrared results run from
+// high to low wavenumbers, and some files are not ordered at all.
+std::pair<double, double> xRange(const kestro::PlotPoints& points) {
+    if (points.empty()) return {0, 0};
+    const auto [lo, hi] = std::minmax_element(points.begin(), points.end(),
+                                              [](const auto& a, const auto& b) { return a[0] < b[0]; });
+    return {(*lo)[0], (*hi)[0]};
+}
+
+// Ticks at 1, 2 or 5 times a power of ten, about five to ten of them over
+// the range, labelled with as many decimals as the step needs.
+void roundTicks(QValueAxis* axis, double lo, double hi) {
+    const double span = hi - lo;
+    if (!(span > 0) || !std::isfinite(span)) return;
+    const double rough = span / 6;
+    const double decade = std::pow(10.0, std::floor(std::log10(rough)));
+    const double fraction = rough / decade;
+    const double step = (fraction < 1.5 ? 1 : fraction < 3.5 ? 2 : fraction < 7.5 ? 5 : 10) * decade;
+    const int decimals = std::max(0, -static_cast<int>(std::floor(std::log10(step) + 1e-9)));
+    axis->setTickType(QValueAxis::TicksDynamic);
+    axis->setTickAnchor(0);
+    axis->setTickInterval(step);
+    axis->setLabelFormat(QString("%.%1f").arg(decimals));
 }
 
 // The smallest positive Y, or 0 when there is none.
@@ -80,8 +106,17 @@ SpecPlot::SpecPlot(QWidget* parent) : QWidget(parent, Qt::Window) {
     view_->setRenderHint(QPainter::Antialiasing, false);
     view_->setPoints(&points_);
     setFocusProxy(view_);
+    // Shown only when a file gave several results.
+    results_ = new QComboBox(this);
+    results_->setObjectName("results");
+    results_->setToolTip("the results of this file");
+    results_->hide();
+    connect(results_, &QComboBox::activated, this,
+            [this](int index) { emit resultChosen(results_->itemData(index).toString()); });
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(results_);
     layout->addWidget(view_);
     createMenu();
     connect(view_, &PlotView::fullViewRequested, this, &SpecPlot::showFullView);
@@ -116,8 +151,20 @@ void SpecPlot::createMenu() {
 
 void SpecPlot::plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize) {
     resize(mainWindowSize * 1.05);
+    replacePoints(points, fileName);
+    setResults({fileName}, 0);
+}
+
+void SpecPlot::replacePoints(const kestro::PlotPoints& points, const QString& fileName) {
     chart_->setTitle(fileName);
     points_ = points;
+}
+
+void SpecPlot::setResults(const QStringList& fileNames, int shown) {
+    results_->clear();
+    for (const QString& name : fileNames) results_->addItem(QFileInfo(name).fileName(), name);
+    results_->setCurrentIndex(shown);
+    results_->setVisible(fileNames.size() > 1);
 }
 
 void SpecPlot::fillSeries(bool logarithmic) {
@@ -134,13 +181,20 @@ void SpecPlot::fillSeries(bool logarithmic) {
 void SpecPlot::applyScale(bool logarithmic) {
     logarithmic_ = logarithmic;
     fillSeries(logarithmic);
+    // A removed axis's labels stay in the scene until the event loop runs
+    // again, which during a run is only at its end: over the next plot's
+    // labels, unless hidden before the axis goes.
     for (QAbstractAxis* axis : chart_->axes()) {
+        axis->setLabelsVisible(false);
         chart_->removeAxis(axis);
         delete axis;
     }
     auto [lo, hi] = yRange(points_);
     auto* xAxis = new QValueAxis;
-    if (!points_.empty()) xAxis->setRange(points_.front()[0], points_.back()[0]);
+    if (!points_.empty()) {
+        const auto [left, right] = xRange(points_);
+        xAxis->setRange(left, right > left ? right : left + 1);
+    }
     QAbstractAxis* yAxis;
     if (logarithmic) {
         // Whole decades around the positive values (ln x / ln 10).
@@ -151,6 +205,7 @@ void SpecPlot::applyScale(bool logarithmic) {
         yMax_ = std::pow(10.0, std::max(high, low + 1));
         auto* log = new QLogValueAxis;
         log->setBase(10);
+        log->setLabelFormat("%g");
         log->setRange(yMin_, yMax_);
         yAxis = log;
     } else {
@@ -166,6 +221,20 @@ void SpecPlot::applyScale(bool logarithmic) {
     chart_->addAxis(yAxis, Qt::AlignLeft);
     series_->attachAxis(xAxis);
     series_->attachAxis(yAxis);
+    // Every view change (zoom, pan, Home) gets round ticks and a readout
+    // for the point now under the cursor.
+    for (QAbstractAxis* axis : {static_cast<QAbstractAxis*>(xAxis), yAxis}) {
+        if (auto* linear = qobject_cast<QValueAxis*>(axis)) {
+            roundTicks(linear, linear->min(), linear->max());
+            connect(linear, &QValueAxis::rangeChanged, this,
+                    [linear](double lo, double hi) { roundTicks(linear, lo, hi); });
+            connect(linear, &QValueAxis::rangeChanged, view_, &PlotView::refreshReadout, Qt::QueuedConnection);
+        } else {
+            connect(static_cast<QLogValueAxis*>(axis), &QLogValueAxis::rangeChanged, view_,
+                    &PlotView::refreshReadout, Qt::QueuedConnection);
+        }
+    }
+    view_->refreshReadout();
     // The view as first drawn is the full view that Home returns to.
     xFull_ = rangeOf(xAxis);
     yFull_ = rangeOf(yAxis);

@@ -10,6 +10,7 @@
 
 class QAction;
 class QChart;
+class QComboBox;
 class QLineSeries;
 class QMenu;
 class PlotView;
@@ -22,6 +23,11 @@ public:
     // Takes n rows of X and Y and the file name as title, sized from the
     // main window; the scale step that follows draws them.
     void plot(const kestro::PlotPoints& points, const QString& fileName, const QSize& mainWindowSize);
+    // Another result in the same window, at its present size.
+    void replacePoints(const kestro::PlotPoints& points, const QString& fileName);
+    // All the results of the file just plotted (full paths), `shown` the one
+    // drawn; with two or more a selector above the chart steps through them.
+    void setResults(const QStringList& fileNames, int shown);
     // The scale step: the series on a linear axis over the Y range, or on a
     // logarithmic one in whole decades.
     void applyScale(bool logarithmic);
@@ -45,10 +51,13 @@ public:
     double yMax() const { return yMax_; }
     PlotView* view() const { return view_; }
     QMenu* menu() const { return menu_; }
+    QComboBox* results() const { return results_; }
 
 signals:
     // "Logarithmic scale" was chosen from the menu; the main window's box follows.
     void logarithmicChosen(bool logarithmic);
+    // Another of the results was chosen in the selector.
+    void resultChosen(const QString& fileName);
 
 private:
     void fillSeries(bool logarithmic);
@@ -59,6 +68,7 @@ private:
     PlotView* view_;
     QLineSeries* series_;
     QMenu* menu_;
+    QComboBox* results_;
     QAction* axesAction_;
     QAction* logAction_;
     bool axesShown_ = false;

@@ -45,10 +45,12 @@ void ConvATA_b(Session& form, std::string& fileName);        // TA Instruments r
 // the classic reader of the format; readers/modern/ holds them.
 void ConvCnfFileModern(Session& form, std::string& fileName);
 void ConvMpaFileModern(Session& form, std::string& fileName, const std::string& shownName);
+void ConvFileXMLModern(Session& form, std::string& fileName);
 void ConvAXSrawModern(Session& form, std::string& fileName);
 void ConvFileSPAModern(Session& form, std::string& fileName);
 void ConvFileSPCModern(Session& form, std::string& fileName);
 void ConvFileGAMLModern(Session& form, std::string& fileName);
+void ConvFileJCAMPModern(Session& form, std::string& fileName);
 
 // Medical imaging
 void ConvFileDICoM(Session& form, std::string& fileName);    // DICOM

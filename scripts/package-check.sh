@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the Debian package, unpacks it into a temporary root, converts an
 # example with the unpacked kestro-convert (its outputs must equal the build
-# tree's byte for byte) and runs lintian: an error fails, warnings are listed.
+# tree's byte for byte), runs lintian (an error fails, warnings are listed) and
+# validates the packaged AppStream metadata (an error or a warning fails).
 # Needs the window build (the default configuration) and ./setup.sh's tools.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,7 +23,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 dpkg-deb -x "$deb" "$work/root"
 for f in usr/bin/kestro usr/bin/kestro-convert usr/share/kestro/Kestro.pdf \
-         usr/share/applications/kestro.desktop usr/share/metainfo/kestro.metainfo.xml \
+         usr/share/applications/io.github.kestro.Kestro.desktop usr/share/metainfo/io.github.kestro.Kestro.metainfo.xml \
          usr/share/icons/hicolor/scalable/apps/kestro.svg usr/share/icons/hicolor/48x48/apps/kestro.png \
          usr/share/man/man1/kestro-convert.1.gz usr/share/man/man1/kestro.1.gz \
          usr/share/doc/kestro/copyright usr/share/doc/kestro/changelog.gz; do
@@ -56,3 +57,6 @@ if [ "$status" -ne 0 ]; then
   exit 1
 fi
 echo "lintian: no errors ($(grep -c '^W:' "$work/lintian.txt" || true) warnings)"
+
+echo "== appstreamcli validate"
+appstreamcli validate --no-net --explain "$work/root/usr/share/metainfo/io.github.kestro.Kestro.metainfo.xml"

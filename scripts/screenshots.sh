@@ -15,7 +15,13 @@ cmake --build build --target kestro-screenshots
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 find examples -maxdepth 1 -type f ! -name '*.cpp' -exec cp {} "$work"/ \;
+# A Genie2K file cut short, for the run log of a run that stops on it.
+mkdir -p "$work/damaged"
+head -c 20000 tests/samples/cnf/SMP00011.CNF > "$work/damaged/cut-short.cnf"
 mkdir -p docs/images
 # Settings of their own, so the pictures never depend on the user's.
-XDG_CONFIG_HOME="$work/settings" xvfb-run -a -s "-screen 0 1400x1000x24" build/bin/kestro-screenshots docs/images "$work"
+# Started in the work folder, so the folder tree opens nowhere else.
+repo=$(pwd)
+(cd "$work" && XDG_CONFIG_HOME="$work/settings" xvfb-run -a -s "-screen 0 1400x1000x24" \
+  "$repo/build/bin/kestro-screenshots" "$repo/docs/images" "$work" "$work/damaged/cut-short.cnf")
 ls -l docs/images

@@ -47,6 +47,15 @@ TEST_F(ChnReaderTest, SpeHeaderAndDataBlockShowTheTicksOverTwenty) {
     EXPECT_EQ(spe.substr(spe.size() - 30), "$DATA:\r\n         0        -1\r\n");
 }
 
+TEST_F(ChnReaderTest, EightChannelsGiveEightOdfLinesInEveryLayout) {
+    const std::string eight = chnFile(0, 0, 8, {1, 2, 3, 4, 5, 6, 7, 8});
+    for (const auto& [spe, spo] : {std::pair{true, false}, {false, true}, {false, false}}) {
+        const std::string odf = converted("e.chn", eight, "e.odf", spe, spo);
+        EXPECT_EQ(form.valueCount, 8) << spe << spo;
+        EXPECT_EQ(odf.substr(odf.size() - 8), " 7  8 \r\n") << spe << spo;
+    }
+}
+
 TEST_F(ChnReaderTest, BadValuesEndTheRunAndLeaveTheFilesOpen) {
     expectFailures("bad.chn", {
         {"top bit of the first time", chnFile(-1, 0, 10, TenCounts), "Error 6 Overflow", 2, true},

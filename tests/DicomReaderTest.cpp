@@ -1,5 +1,6 @@
 // DICOM files through the driver: files written here with DCMTK (images,
-// frames, RLE, spectroscopy, a waveform, sequences, every encoding), the
+// frames, RLE, spectroscopy, Siemens spectroscopy, a waveform, sequences,
+// every encoding), the
 // listing and the ".odf" compared byte for byte, the DICOM.tags names, the
 // refusals, and the real files.
 #include <dcmtk/config/osconfig.h>
@@ -11,6 +12,7 @@
 #include <sstream>
 
 #include "TestSupport.h"
+#include "readers/dicom/SiemensCsa.h"
 
 namespace kestro {
 namespace {
@@ -373,6 +375,194 @@ TEST_F(DicomFiles, DictionaryIsFoundWhereverDcmtkIsToldToLook) {
     EXPECT_EQ(output("err.txt"), "");
     EXPECT_NE(output("IM0001.hdr").find("(0010,0010) PN PatientName = CompressedSamples^MR1\r\n"), std::string::npos);
     EXPECT_EQ(countsAddUp(output("IM0001.odf")), 64 * 64);
+}
+
+// ---- Siemens spectroscopy ----
+
+std::string word(uint32_t w) { return std::string(reinterpret_cast<const char*>(&w), 4); }
+
+// A CSA header, each element with its items (an empty text is an item of
+// length 0, as scanners write most of them). The older layout has no "SV10"
+// and stores each item's length plus the first element's item count.
+std::string csaHeader(const std::vector<std::pair<std::string, std::vector<std::string>>>& elements,
+                      bool older = false) {
+    std::string h = older ? "" : "SV10" + std::string("\4\3\2\1", 4);
+    h += word(static_cast<uint32_t>(elements.size())) + word(77);
+    const uint32_t bias = older && !elements.empty() ? static_cast<uint32_t>(elements[0].second.size()) : 0;
+    for (const auto& [name, items] : elements) {
+        std::string field = name;
+        field.resize(64, '\0');
+        h += field + word(1) + std::string("IS\0\0", 4) + word(6);
+        h += word(static_cast<uint32_t>(items.size())) + word(77);
+        for (const std::string& item : items) {
+            const std::string text = item.empty() ? item : item + '\0';
+            const auto n = static_cast<uint32_t>(text.size());
+            const std::string length = word(n + bias);
+            h += length + length + word(77) + length + text + std::string((4 - n % 4) % 4, '\0');
+        }
+    }
+    return h;
+}
+
+void putPrivate(DcmItem& d, Uint16 group, Uint16 element, const std::string& bytes) {
+    auto* e = new DcmOtherByteOtherWord(DcmTag(group, element, EVR_OB));
+    e->putUint8Array(reinterpret_cast<const Uint8*>(bytes.data()), static_cast<unsigned long>(bytes.size()));
+    d.insert(e, true);
+}
+
+void putCreator(DcmItem& d, Uint16 group, Uint16 element, const char* creator) {
+    auto* e = new DcmLongString(DcmTag(group, element, EVR_LO));
+    e->putString(creator);
+    d.insert(e, true);
+}
+
+std::string complexSingles(const std::vector<float>& pairs) {
+    return std::string(reinterpret_cast<const char*>(pairs.data()), 4 * pairs.size());
+}
+
+// A single-voxel spectroscopy file as Siemens scanners write it: no pixel
+// data, the points in (7FE1,xx10) of "SIEMENS CSA NON-IMAGE". The blocks sit
+// at numbers other than the usual ones, behind blocks of other creators, so
+// only a search by creator finds them.
+std::unique_ptr<DcmFileFormat> siemensSpectrum(const std::string& imageHeader, const std::string& seriesHeader,
+                                               const std::string& points) {
+    auto file = std::make_unique<DcmFileFormat>();
+    DcmDataset& d = *file->getDataset();
+    d.putAndInsertString(DCM_SOPClassUID, "1.3.12.2.1107.5.9.1");
+    d.putAndInsertString(DCM_Manufacturer, "SIEMENS");
+    putCreator(d, 0x0029, 0x0010, "SIEMENS MEDCOM HEADER");
+    putPrivate(d, 0x0029, 0x1010, csaHeader({{"DataPointColumns", {"999"}}}));
+    putCreator(d, 0x0029, 0x0012, "SIEMENS CSA HEADER");
+    putPrivate(d, 0x0029, 0x1210, imageHeader);
+    putPrivate(d, 0x0029, 0x1220, seriesHeader);
+    putCreator(d, 0x7FE1, 0x0010, "SIEMENS MED NM");
+    putPrivate(d, 0x7FE1, 0x1010, complexSingles({7, 7, 7, 7}));
+    putCreator(d, 0x7FE1, 0x0011, "SIEMENS CSA NON-IMAGE ");
+    putPrivate(d, 0x7FE1, 0x1110, points);
+    return file;
+}
+
+class SiemensFiles : public DicomFiles {
+protected:
+    SiemensFiles() { form.boxes.ModernRead = true; }
+};
+
+TEST_F(SiemensFiles, FirstSpectrumRealPartsByPointIndex) {
+    // The count in the series header (the image header lacks it), written as a
+    // decimal; the data hold a second spectrum after the first.
+    const std::string image = csaHeader({{"EchoTime", {"30.0"}}, {"ImaCoilString", {"", "HE1-4", ""}}});
+    const std::string series =
+        csaHeader({{"NumberOfFrames", {"1"}}, {"DataPointColumns", {"", "  3.00000000 ", "", ""}}});
+    const auto file = siemensSpectrum(image, series, complexSingles({1.5f, 9, -2.25f, 9, 3e-7f, 9, 4, 9}));
+    const std::string expected = " 0  1.5 \r\n 1 -2.25 \r\n 2  3E-07 \r\n";
+    EXPECT_EQ(odfOf(*file, "svs"), expected);
+    // Read without a dictionary's VR too, and the creator as stored.
+    EXPECT_EQ(odfOf(*file, "implicit", EXS_LittleEndianImplicit), expected);
+    EXPECT_TRUE(host.boxes.empty()) << message();
+    EXPECT_NE(output("svs.hdr").find("(7FE1,0011) LO PrivateCreator = SIEMENS CSA NON-IMAGE\r\n"), std::string::npos);
+
+    // The count in the image header wins over the series'.
+    const auto both = siemensSpectrum(csaHeader({{"DataPointColumns", {"2"}}}), series,
+                                      complexSingles({1.5f, 9, -2.25f, 9, 3e-7f, 9}));
+    EXPECT_EQ(odfOf(*both, "both"), " 0  1.5 \r\n 1 -2.25 \r\n");
+
+    // Unticked, the file gives its listing alone, silently, as before.
+    form.boxes.ModernRead = false;
+    EXPECT_EQ(odfOf(*file, "classic"), "");
+    EXPECT_TRUE(written("classic.hdr"));
+    EXPECT_TRUE(host.boxes.empty());
+}
+
+TEST_F(SiemensFiles, OlderCsaLayoutWithoutSignature) {
+    const std::string h = csaHeader({{"SliceThickness", {"20", "", ""}}, {"DataPointColumns", {"", "1024"}}}, true);
+    const CsaItem columns = findCsaItem(h, "DataPointColumns");
+    EXPECT_TRUE(columns.found);
+    EXPECT_EQ(columns.text, "1024");
+    EXPECT_FALSE(findCsaItem(h, "DataPointRows").found);
+    EXPECT_EQ(findCsaItem(h, "DataPointRows").problem, "");
+}
+
+TEST_F(SiemensFiles, BadCountsAreNamedAndTheBatchGoesOn) {
+    const std::string points = complexSingles({1, 0, 2, 0});
+    const std::string good = csaHeader({{"DataPointColumns", {"2"}}});
+    std::string overrunItems = good;
+    overrunItems[64 + 16 + 12] = '\x7F';  // the element's item count
+    std::string overrunLength = good;
+    overrunLength[16 + 84 + 4] = '\x40';  // the item's length
+    struct Case { const char* name; std::string image; std::string data; std::string reason; };
+    const std::vector<Case> cases = {
+        {"elements", good.substr(0, 8) + word(1000000) + good.substr(12), points,
+         "the CSA header claims 1000000 elements at byte 16, where 104 bytes are left"},
+        {"items", overrunItems, points, "the CSA header claims 127 items at byte 100, where 20 bytes are left"},
+        {"length", overrunLength, points,
+         "the CSA header claims 64 bytes in an item at byte 116, where 4 bytes are left"},
+        {"short", "SV10", points, "the CSA header is too short (4 bytes)"},
+        {"absent", csaHeader({{"DataPointRows", {"2"}}}), points, "no CSA header gives DataPointColumns"},
+        {"zero", csaHeader({{"DataPointColumns", {"0"}}}), points, "DataPointColumns is \"0\""},
+        {"more", csaHeader({{"DataPointColumns", {"3"}}}), points, "DataPointColumns is 3, the data holds 2 points"},
+    };
+    for (const Case& c : cases) {
+        const auto file = siemensSpectrum(c.image, csaHeader({}), c.data);
+        queue(std::string(c.name) + ".dcm", saved(*file, dir.file(std::string(c.name) + ".dcm")));
+    }
+    const auto fine = siemensSpectrum(good, csaHeader({}), points);
+    queue("fine.dcm", saved(*fine, dir.file("fine.dcm")));
+    EXPECT_EQ(run(), RunOutcome::Finished);
+    ASSERT_EQ(host.boxes.size(), cases.size());
+    for (size_t i = 0; i < cases.size(); ++i) {
+        const std::string name = cases[i].name;
+        EXPECT_EQ(host.boxes[i].text, "The Siemens spectroscopy data of " + dir.file(name + ".dcm") +
+                                          " could not be decoded: " + cases[i].reason);
+        EXPECT_EQ(host.boxes[i].icon, BoxIcon::Exclamation);
+        EXPECT_TRUE(written(name + ".hdr")) << name;
+        EXPECT_FALSE(written(name + ".odf")) << name;
+    }
+    EXPECT_EQ(output("fine.odf"), " 0  1 \r\n 1  2 \r\n");
+}
+
+TEST_F(SiemensFiles, DataKestroCannotColumniseSaysSo) {
+    DcmFileFormat spectrum;
+    spectrum.getDataset()->insertEmptyElement(DCM_SpectroscopyData);
+    DcmFileFormat ecg;
+    DcmItem* group = nullptr;
+    ASSERT_TRUE(ecg.getDataset()->findOrCreateSequenceItem(DCM_WaveformSequence, group, -2).good());
+    group->putAndInsertUint16(DCM_NumberOfWaveformChannels, 1);
+    auto floats = newImage(1, 2, 32);
+    const Float32 values[] = {0.5f, 2};
+    floats->getDataset()->putAndInsertFloat32Array(DCM_FloatPixelData, values, 2);
+    const std::vector<std::pair<DcmFileFormat*, std::string>> files = {
+        {&spectrum, "The spectroscopy data of %s could not be decoded: it holds no single-precision values"},
+        {&ecg, "The waveform data of %s could not be decoded: its first group holds no samples"},
+        {floats.get(), "The pixel data of %s could not be decoded: its values are floating-point, Kestro counts "
+                       "whole stored values only"}};
+    for (const bool modern : {false, true}) {
+        form.boxes.ModernRead = modern;
+        for (size_t i = 0; i < files.size(); ++i) {
+            const std::string name = std::string(modern ? "m" : "c") + std::to_string(i);
+            host.boxes.clear();
+            EXPECT_EQ(odfOf(*files[i].first, name), "");
+            EXPECT_TRUE(written(name + ".hdr"));
+            if (!modern) {
+                EXPECT_TRUE(host.boxes.empty()) << message();
+                continue;
+            }
+            ASSERT_EQ(host.boxes.size(), 1u) << name;
+            std::string expected = files[i].second;
+            expected.replace(expected.find("%s"), 2, dir.file(name + ".dcm"));
+            EXPECT_EQ(message(), expected);
+            EXPECT_EQ(host.boxes[0].icon, BoxIcon::Exclamation);
+        }
+    }
+}
+
+TEST_F(SiemensFiles, ConverterShowsOneExclamation) {
+    const auto file = siemensSpectrum(csaHeader({{"DataPointColumns", {"4096"}}}), "", complexSingles({1, 2}));
+    saved(*file, dir.file("svs.IMA"));
+    const testing::ConverterRun r = testing::runConverter(dir, "--format 20 --modern svs.IMA");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "exclamation: The Siemens spectroscopy data of " + dir.file("svs.IMA") +
+                         " could not be decoded: DataPointColumns is 4096, the data holds 1 points\n");
+    EXPECT_TRUE(written("svs.hdr"));
 }
 
 }  // namespace

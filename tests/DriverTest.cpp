@@ -135,6 +135,36 @@ TEST_F(DriverTest, DatBlockIsWrappedAsSpeOrSpoOrCopied) {
     EXPECT_NE(output("k.spe").find("\r\n         0        79\r\n       0       0       3"), std::string::npos);
 }
 
+TEST_F(DriverTest, BlankLinesHoldNoChannel) {
+    const std::string four = " 0  1 \r\n 1  2 \r\n 2  3 \r\n 3  4 \r\n";
+    // A last empty line, blank lines between, blanks on an empty line, LF-only text.
+    EXPECT_EQ(converted("a.dat", "1 2\r\n3 4\r\n\r\n", "a.odf"), four);
+    EXPECT_EQ(form.valueCount, 4);
+    EXPECT_EQ(converted("b.dat", "\r\n1 2\r\n\r\n\r\n3\r\n  \t \r\n4\r\n\r\n", "b.odf"), four);
+    EXPECT_EQ(converted("c.dat", "1 2\n3 4\n\n", "c.odf"), four);
+    EXPECT_EQ(form.valueCount, 4);
+    // Streamed a block at a time: runs of line ends across the block edges.
+    std::string big;
+    for (int i = 0; i < 300000; ++i) big += "7\r\n\r\n";
+    const std::string bigOdf = converted("big.dat", big, "big.odf");
+    EXPECT_EQ(form.valueCount, 300000);
+    EXPECT_EQ(bigOdf.substr(bigOdf.size() - 13), " 299999  7 \r\n");
+    // Nothing but line ends: no channel at all.
+    EXPECT_EQ(converted("e.dat", "\r\n\r\n", "e.odf"), "");
+    EXPECT_EQ(form.valueCount, 0);
+    // An empty field between two commas is still a value.
+    EXPECT_EQ(converted("f.dat", "1,,2\r\n\r\n", "f.odf"), " 0  1 \r\n 1 \r\n 2  2 \r\n");
+
+    // A wrapped block counts its values, not the line after its last full line.
+    const std::string full = "       1       2       3       4       5       6       7       8\r\n";
+    const std::string spe = converted("g.dat", full + "\r\n", "g.spe", true);
+    EXPECT_NE(spe.find("$DATA:\r\n         0         7\r\n"), std::string::npos);
+    EXPECT_EQ(form.valueCount, 8);
+    // An SPE whose block ends on a full line, then its further line end and a "$" section.
+    EXPECT_EQ(converted("h.spe", "$DATA:\r\n0 7\r\n" + full + "\r\n", "h.odf").substr(56), " 7  8 \r\n");
+    EXPECT_EQ(form.valueCount, 8);
+}
+
 // The texts of these messages are pinned by the command-line tests.
 TEST_F(DriverTest, OptionDispatchWhenNoExtensionMatches) {
     queue("x.foo", "1 2\r\n");
@@ -152,6 +182,41 @@ TEST_F(DriverTest, OptionDispatchWhenNoExtensionMatches) {
     host.answer = Answer::Yes;
     EXPECT_EQ(run(), RunOutcome::Finished);
     EXPECT_EQ(output("x.odf"), " 0  1 \r\n 1  2 \r\n");
+}
+
+// Each run hands its record to the front end once, however it ends.
+TEST_F(DriverTest, EveryRunEndsWithItsRecord) {
+    using State = RunLogFile::State;
+    run();
+    ASSERT_EQ(host.runLogs.size(), 1u);
+    EXPECT_TRUE(host.runLogs[0].files.empty());
+
+    queue("a.dat", "1 2\r\n");
+    queue("b.foo", "1 2\r\n");
+    queue("c.dat", "3\r\n");
+    tick(false, true);
+    form.formatOption = "S35F";  // no route: the question, answered No
+    EXPECT_EQ(run(), RunOutcome::Declined);
+    ASSERT_EQ(host.runLogs.size(), 2u);
+    const RunLog& declined = host.runLogs[1];
+    ASSERT_EQ(declined.files.size(), 3u);
+    EXPECT_EQ(declined.files[0].state, State::Converted);
+    EXPECT_EQ(declined.files[0].outputs, (std::vector<std::string>{dir.file("a.odf"), dir.file("a.spo")}));
+    EXPECT_EQ(declined.files[1].state, State::Failed);
+    EXPECT_EQ(declined.files[1].message.rfind("WARNING: format option not recognized!", 0), 0u);
+    EXPECT_EQ(declined.files[2].state, State::NotReached);
+    EXPECT_EQ(form.runLog.current(), nullptr);
+
+    // A ".csv" ends the run by design: converted, and the rest not reached.
+    queue("t.csv", "channel,counts,\r\n0,403\r\n1,383\r\n");
+    queue("c.dat", "3\r\n");
+    run();
+    ASSERT_EQ(host.runLogs.size(), 3u);
+    EXPECT_EQ(host.runLogs[2].files[0].state, State::Converted);
+    EXPECT_EQ(host.runLogs[2].files[0].outputs, (std::vector<std::string>{dir.file("t-1.dat")}));
+    EXPECT_EQ(host.runLogs[2].files[1].state, State::NotReached);
+    // The record passes through untouched: the front end sees the same boxes.
+    EXPECT_EQ(&form.host(), &host);
 }
 
 TEST_F(DriverTest, PlotStageHandsOverTheOdfPairs) {

@@ -69,6 +69,14 @@ TEST(TextReaderTest, LineInputEndsLinesAtCarriageReturnsAndListInputSharesItsPos
     EXPECT_EQ(listFields(mixed, 2), (std::vector<std::string>{"\"1.2.3\"", "\"-\""}));
     EXPECT_TRUE(mixed.eof());
 
+    // A comma directly before a line end (CR LF, CR, or LF where the text has
+    // CRs) is one separator with it; a blank between them, or a second comma,
+    // still leaves an empty field.
+    TextReader ends("1,2,\r\n3,\r4,\n5, \r\n6,,\r\n\"q\",\r\n7,"s);
+    EXPECT_EQ(listFields(ends, 10), (std::vector<std::string>{"D1", "D2", "D3", "D4", "D5", "(empty)", "D6",
+                                                               "(empty)", "\"q\"", "D7"}));
+    EXPECT_TRUE(ends.eof());
+
     // Blanks left after the last comma are not a field: reading on is past the end.
     TextReader trailing("7,  "s);
     EXPECT_EQ(show(trailing.listInput()), "D7");

@@ -134,6 +134,16 @@ TEST_F(OmdaqTest, EachVersionReadsItsOwnOffsetsPlainOrCompressed) {
     EXPECT_TRUE(host.statuses.size() == 20);  // no early end anywhere
 }
 
+TEST_F(OmdaqTest, ABlockEndingOnAFullLineGivesNoExtraChannel) {
+    OmdaqFields f{.channels = 8, .data = plainCounts({1, 2, 3, 4, 5, 6, 7, 8})};
+    const std::string spo = converted("e._", omdaqFile(V5, f), "e.spo", false, true);
+    // The further line end after a full line makes an empty last line.
+    EXPECT_EQ(spo, " 8            0\r\n       1       2       3       4       5       6       7       8\r\n\r\n");
+    EXPECT_EQ(form.valueCount, 8);
+    const std::string odf = output("e.odf");
+    EXPECT_EQ(odf.substr(odf.size() - 8), " 7  8 \r\n");
+}
+
 TEST_F(OmdaqTest, ShortDataSegmentsAndEarlyEndsKeepWhatWasRead) {
     // Plain counts in a segment too short: the lines are written, the flag
     // still decides, and the missing counts read as zero.
@@ -256,6 +266,19 @@ TEST_F(CsvEvtTest, CsvColumnsGoToFilesOfTheirOwn) {
     EXPECT_TRUE(host.statuses.empty());  // no "Finished": the run ends with the reader
     EXPECT_EQ(form.List1.size(), 1u);    // and leaves the queue as it was
     form.clearQueue();
+
+    // Header and lines that all end in a comma: the comma ends the record,
+    // whatever the line ends, and each column file holds its column.
+    for (const char* eol : {"\r\n", "\r", "\n"}) {
+        std::string table = "t,a,b,c,";
+        for (const char* row : {"1,10,-20,30,", "2,11,-21,31,", "3,12,-22,32,"}) table += eol + std::string(row);
+        EXPECT_EQ(convert("end.csv", table + eol), RunOutcome::EndedByReader) << eol;
+        EXPECT_EQ(message(), "Found 5 arguments");
+        EXPECT_EQ(output("end-1.dat"), " 10 \r\n 11 \r\n 12 \r\n") << eol;
+        EXPECT_EQ(output("end-2.dat"), "-20 \r\n-21 \r\n-22 \r\n") << eol;
+        EXPECT_EQ(output("end-3.dat"), " 30 \r\n 31 \r\n 32 \r\n") << eol;
+        form.clearQueue();
+    }
 
     // No comma: one argument, no file, and the lines are not read.
     EXPECT_EQ(convert("one.csv", "header only\r\n1\r\n2\r\n"), RunOutcome::EndedByReader);

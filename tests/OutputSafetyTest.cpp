@@ -185,6 +185,8 @@ TEST_F(GuardedRunTest, AnInstrumentsFileGoesToTheTrashAndKestrosOwnAreReplacedIn
     EXPECT_NE(dat, instrument);
     EXPECT_EQ(trash.files(), std::vector<std::string>{"run1.dat"});
     EXPECT_EQ(trash.file("run1.dat"), instrument);
+    ASSERT_EQ(form.runLog.files.size(), 1u);
+    EXPECT_EQ(form.runLog.files[0].replaced, std::vector<std::string>{dir.file("run1.dat")});
 
     // The same batch again: its outputs are Kestro's and unchanged.
     form.addToQueue("run1.odf", dir.file("run1.odf"));

@@ -107,6 +107,8 @@ public:
     void wait(double seconds) override { waited += seconds; }
     void boxesChanged() override {}
     void queueChanged() override {}
+    std::vector<RunLog> runLogs;  // the record of each run, as handed over at its end
+    void runLogged(const RunLog& log) override { runLogs.push_back(log); }
 };
 
 constexpr std::time_t SomeTime = 1763700000;  // a fixed modification time

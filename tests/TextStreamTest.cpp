@@ -73,6 +73,9 @@ TEST(TextStreamTest, ReadsAsTheWholeFileDoesAcrossBlocks) {
     expectSameReading(lf);
     // A lone LF in text that has CRs stays inside its line.
     expectSameReading(linesAcrossBlocks("a\nb c\r\n", Block + 10, 2));
+    // A comma that ends a line, as the last byte of a block and just before it.
+    expectSameReading(linesAcrossBlocks("1,2,\r\n", 2 * Block + 100, 2));
+    expectSameReading(linesAcrossBlocks("1,2,\r\n", 2 * Block + 100, 3));
     expectSameReading("");
     expectSameReading("no line end");
     expectSameReading(std::string(Block + 7, ' ') + "1\r\n");

@@ -225,18 +225,29 @@ std::string_view TextReader::listField(bool& quoted) {
         field = data_.substr(start, pos_ - start);
     }
     // The separator after the field: blanks, then one comma or one line end.
-    while (pos_ < n && (data_[pos_] == ' ' || data_[pos_] == '\t')) ++pos_;
-    if (pos_ < n) {
-        if (data_[pos_] == ',') {
-            ++pos_;
-        } else if (data_[pos_] == '\r') {
+    // A comma directly before a line end is one separator with it: a comma
+    // that ends a line ends its record, and no empty field follows it.
+    auto takeLineEnd = [&] {
+        if (pos_ < n && data_[pos_] == '\r') {
             ++pos_;
             if (pos_ < n && data_[pos_] == '\n') ++pos_;
-        } else if (data_[pos_] == '\n') {
+        } else if (pos_ < n && data_[pos_] == '\n') {
             ++pos_;
         }
-    }
+    };
+    while (pos_ < n && (data_[pos_] == ' ' || data_[pos_] == '\t')) ++pos_;
+    if (pos_ < n && data_[pos_] == ',') ++pos_;
+    takeLineEnd();
     return field;
+}
+
+void TextReader::skipBlanksAndLineEnds() {
+    for (;;) {
+        while (pos_ < data_.size() && (data_[pos_] == ' ' || data_[pos_] == '\t' || data_[pos_] == '\r' ||
+                                        data_[pos_] == '\n'))
+            ++pos_;
+        if (pos_ < data_.size() || !source_ || !readBlock()) return;
+    }
 }
 
 Value TextReader::listInput() {

@@ -54,7 +54,8 @@ public:
     std::string_view lineInput();
 
     // List input: fields are separated by commas, blanks, tabs or line ends
-    // (CR, LF or CR LF); a quoted field is a text. A field that is a number
+    // (CR, LF or CR LF), a comma directly before a line end being one
+    // separator with it; a quoted field is a text. A field that is a number
     // reads as a Double, an empty one as nothing, any other as a text.
     Value listInput();
     // List input into a number: a text field counts by the leading-number rule.
@@ -65,6 +66,9 @@ public:
     // value a field reads as.
     std::string_view listField(bool& quoted);
     static Value fieldValue(std::string_view field, bool quoted);
+    // Moves past blanks, tabs and line ends, so that eof() tells whether a
+    // further field follows: an empty line holds none.
+    void skipBlanksAndLineEnds();
 
 private:
 

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "core/runtime/NumberText.h"
+#include "readers/dicom/SiemensCsa.h"
 
 namespace kestro {
 
@@ -65,6 +66,10 @@ std::string_view valueBytes(DcmElement& element) {
         Uint16* words = nullptr;
         if (element.getUint16Array(words).bad()) return {};
         data = words;
+    } else if (element.getVR() == EVR_OF) {
+        Float32* singles = nullptr;
+        if (element.getFloat32Array(singles).bad()) return {};
+        data = singles;
     } else {
         Uint8* bytes = nullptr;
         if (element.getUint8Array(bytes).bad()) return {};
@@ -83,10 +88,15 @@ int64_t littleEndianSample(const char* at, int bytes, bool isSigned) {
 
 // ---- MR spectroscopy: the real part of each point of the first spectrum ----
 
-Written writeSpectrum(Session& form, DcmItem& dataset, int number, const std::string& odfName) {
+Written writeSpectrum(Session& form, DcmItem& dataset, const std::string& fileName, int number,
+                      const std::string& odfName) {
     const Float32* data = nullptr;
     unsigned long count = 0;
-    if (dataset.findAndGetFloat32Array(DCM_SpectroscopyData, data, &count).bad() || !data) return std::nullopt;
+    if (dataset.findAndGetFloat32Array(DCM_SpectroscopyData, data, &count).bad() || !data) {
+        if (form.boxes.ModernRead && dataset.tagExists(DCM_SpectroscopyData))
+            return undecoded("spectroscopy data", fileName, "it holds no single-precision values");
+        return std::nullopt;
+    }
     OFString representation;
     dataset.findAndGetOFString(DCM_DataRepresentation, representation);
     const unsigned long stride = representation.empty() || representation == "COMPLEX" ? 2 : 1;
@@ -100,15 +110,94 @@ Written writeSpectrum(Session& form, DcmItem& dataset, int number, const std::st
     return "";
 }
 
+// ---- Siemens MR spectroscopy: complex Singles in a private block ----
+
+std::string_view trimmedText(const OFString& text) {
+    std::string_view t(text.c_str(), text.size());
+    while (!t.empty() && (t.back() == ' ' || t.back() == '\0')) t.remove_suffix(1);
+    while (!t.empty() && t.front() == ' ') t.remove_prefix(1);
+    return t;
+}
+
+// Element `low` of the private block that `creator` reserves in `group`.
+// Blocks are found by their creator text: the block number (xx in
+// (gggg,xx10)) differs from scanner to scanner.
+DcmElement* privateElement(DcmItem& dataset, Uint16 group, std::string_view creator, Uint8 low) {
+    for (DcmObject* o = dataset.nextInContainer(nullptr); o; o = dataset.nextInContainer(o)) {
+        const DcmTagKey key = o->getTag();
+        if (key.getGroup() != group || key.getElement() < 0x10 || key.getElement() > 0xFF) continue;
+        // A creator is a short text (LO, 64 characters at most): longer values are not read as text.
+        if (o->getLength() > 64) continue;
+        OFString text;
+        if (static_cast<DcmElement*>(o)->getOFString(text, 0).bad() || trimmedText(text) != creator) continue;
+        DcmElement* element = nullptr;
+        const Uint16 data = static_cast<Uint16>(key.getElement() << 8 | low);
+        if (dataset.findAndGetElement(DcmTagKey(group, data), element).good()) return element;
+    }
+    return nullptr;
+}
+
+// The number of points of a spectrum, from the image's CSA header, else the
+// series'; 0 with the reason when neither gives one.
+uint64_t siemensPointCount(DcmItem& dataset, std::string& problem) {
+    for (const Uint8 low : {Uint8{0x10}, Uint8{0x20}}) {
+        DcmElement* header = privateElement(dataset, 0x0029, "SIEMENS CSA HEADER", low);
+        if (!header) continue;
+        const CsaItem columns = findCsaItem(valueBytes(*header), "DataPointColumns");
+        if (!columns.found) {
+            if (problem.empty()) problem = columns.problem;
+            continue;
+        }
+        // A whole number, though some headers write it as a decimal ("2048.00000000").
+        uint64_t count = 0;
+        for (const char c : columns.text) {
+            if (c < '0' || c > '9') break;
+            count = count * 10 + static_cast<uint64_t>(c - '0');
+            if (count > (uint64_t{1} << 40)) break;
+        }
+        if (count > 0) return count;
+        problem = "DataPointColumns is \"" + columns.text + "\"";
+        return 0;
+    }
+    if (problem.empty()) problem = "no CSA header gives DataPointColumns";
+    return 0;
+}
+
+Written writeSiemensSpectrum(Session& form, DcmItem& dataset, const std::string& fileName, int number,
+                             const std::string& odfName) {
+    if (!form.boxes.ModernRead) return std::nullopt;
+    DcmElement* element = privateElement(dataset, 0x7FE1, "SIEMENS CSA NON-IMAGE", 0x10);
+    if (!element) return std::nullopt;
+    std::string problem;
+    const uint64_t points = siemensPointCount(dataset, problem);
+    if (points == 0) return undecoded("Siemens spectroscopy data", fileName, problem);
+    // A point is a real and an imaginary Single, in the file's byte order (little-endian).
+    const std::string_view values = valueBytes(*element);
+    if (points > values.size() / 8)
+        return undecoded("Siemens spectroscopy data", fileName,
+                         "DataPointColumns is " + plainText(static_cast<int64_t>(points)) + ", the data holds " +
+                             plainText(static_cast<int64_t>(values.size() / 8)) + " points");
+    TwoColumns out(form, number, odfName);
+    for (uint64_t i = 0; i < points; ++i) {
+        Float32 real;
+        std::memcpy(&real, values.data() + 8 * i, 4);
+        out.line(static_cast<int64_t>(i), real);
+    }
+    out.close();
+    return "";
+}
+
 // ---- waveforms: the first channel of the first multiplex group ----
 
 Written writeWaveform(Session& form, DcmItem& dataset, const std::string& fileName, int number,
                    const std::string& odfName) {
     DcmItem* group = nullptr;
     DcmElement* data = nullptr;
-    if (dataset.findAndGetSequenceItem(DCM_WaveformSequence, group, 0).bad() || !group ||
-        group->findAndGetElement(DCM_WaveformData, data).bad() || !data)
+    if (dataset.findAndGetSequenceItem(DCM_WaveformSequence, group, 0).bad() || !group) return std::nullopt;
+    if (group->findAndGetElement(DCM_WaveformData, data).bad() || !data) {
+        if (form.boxes.ModernRead) return undecoded("waveform data", fileName, "its first group holds no samples");
         return std::nullopt;
+    }
     Uint16 channels = 0, bits = 0;
     Uint32 samples = 0;
     OFString interpretation;
@@ -402,9 +491,16 @@ Written writeHistogram(Session& form, DcmDataset& dataset, const std::string& fi
 
 std::string writeDicomColumns(Session& form, DcmDataset& dataset, const std::string& fileName, int outputNumber,
                               const std::string& odfName) {
-    if (Written w = writeSpectrum(form, dataset, outputNumber, odfName)) return *w;
+    if (Written w = writeSpectrum(form, dataset, fileName, outputNumber, odfName)) return *w;
+    if (Written w = writeSiemensSpectrum(form, dataset, fileName, outputNumber, odfName)) return *w;
     if (Written w = writeWaveform(form, dataset, fileName, outputNumber, odfName)) return *w;
-    return writeHistogram(form, dataset, fileName, outputNumber, odfName).value_or("");
+    if (Written w = writeHistogram(form, dataset, fileName, outputNumber, odfName)) return *w;
+    // Floating-point images have no stored values to count.
+    if (form.boxes.ModernRead &&
+        (dataset.tagExists(DCM_FloatPixelData) || dataset.tagExists(DCM_DoubleFloatPixelData)))
+        return undecoded("pixel data", fileName,
+                         "its values are floating-point, Kestro counts whole stored values only");
+    return "";
 }
 
 }  // namespace kestro

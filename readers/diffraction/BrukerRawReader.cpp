@@ -155,12 +155,20 @@ public:
     }
     std::string text(int64_t at, int64_t count) { return read(at, count, in_->text(at, count)); }
 
-    // The bytes of `steps` intensities from `at`, which must lie in the file.
+    // The bytes of `steps` intensities from `at`. A range that starts past
+    // the end reads as zeros, as any binary read there does; one that the
+    // end cuts short, or more steps than the whole file holds, is a damaged
+    // scan.
     const char* intensities(int64_t at, int64_t steps) {
         if (steps < 0) raise(err::SubscriptOutOfRange);
         if (at < 0) raise(err::BadRecordNumber);
-        if (at > length() || 4 * steps > length() - at) raise(err::InputPastEnd);
+        const bool pastTheEnd = at >= length() && 4 * steps <= length();
+        if (!pastTheEnd && (at > length() || 4 * steps > length() - at)) raise(err::InputPastEnd);
         position_ = at + 4 * steps + 1;
+        if (pastTheEnd) {
+            zeros_.assign(static_cast<size_t>(4 * steps), '\0');
+            return zeros_.data();
+        }
         return in_->bytes().data() + at;
     }
 
@@ -173,6 +181,7 @@ private:
 
     const BinaryReader* in_ = nullptr;
     int64_t position_ = 1;
+    std::string zeros_;
 };
 
 struct Scan {

@@ -9,6 +9,7 @@
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
 #include "readers/Readers.h"
+#include "readers/nuclear/SpxHeader.h"
 
 namespace kestro {
 
@@ -30,15 +31,6 @@ std::string_view mid(std::string_view text, int64_t start, int64_t length) {
 
 // The class name is the one this reader has always required.
 constexpr std::string_view SpectrumTag = "<ClassInstance Type=\"XXXSpectrum\" Name=\"";
-
-struct SpxHeader {
-    std::string id;
-    std::string date;
-    std::string time;
-    int32_t liveTime = 0;
-    int32_t realTime = 0;
-    int32_t channels = 0;
-};
 
 // The fixed lengths assume an element alone on its line; an indented one
 // gives text that runs into the closing tag, which the leading-number rule
@@ -62,52 +54,16 @@ std::string dashedDate(std::string_view text) {
     return date;
 }
 
-// Only the first tag found, in this order, counts for a line.
-void takeFirstTag(Session& form, std::string_view line, SpxHeader& h) {
-    size_t at = npos;
-    auto holds = [&](std::string_view tag) { return (at = line.find(tag)) != npos; };
-    if (holds(SpectrumTag)) {
-        const std::string_view rest = line.substr(at + SpectrumTag.size());
-        h.id = mid(rest, 1, static_cast<int64_t>(rest.size()) - 2);
-    } else if (holds("<RealTime>")) {
-        h.realTime = roundToInt32(numberAfterTag(line, at, 10, 21));
-        form.sharedRealTime = Value::ofInteger(h.realTime);
-    } else if (holds("<LifeTime>")) {
-        h.liveTime = roundToInt32(numberAfterTag(line, at, 10, 21));
-    } else if (holds("<Date>")) {
-        h.date = dashedDate(textAfterTag(line, at));
-    } else if (holds("<Time>")) {
-        h.time = textAfterTag(line, at);
-    } else if (holds("<ChannelCount>")) {
-        h.channels = roundToInt32(numberAfterTag(line, at, 14, 29));
-    } else if (holds("<CalibAbs>")) {
-        form.CalibOff = numberAfterTag(line, at, 10, 21);
-    } else if (holds("<CalibLin>")) {
-        form.CalibLin = numberAfterTag(line, at, 10, 21);
-    }
-}
-
 // Reads lines up to and including the one that holds "<Channels>" (or to the
 // end); returns the last line read.
 std::string_view scanSpxHeader(Session& form, TextReader& in, SpxHeader& h) {
     std::string_view line;
     while (!in.eof()) {
         line = in.lineInput();
-        takeFirstTag(form, line, h);
+        takeSpxTag(form, line, h);
         if (line.find("<Channels>") != npos) break;
     }
     return line;
-}
-
-void writeSpxHeader(Session& form, TextWriter& out, const SpxHeader& h) {
-    if (form.boxes.SPE) {
-        const DateTimeTexts when{formatText(h.date, "dd-mm-yyyy"), formatText(h.time, "hh:mm:ss")};
-        writeSpeHeader(out,
-                       {h.id, when, Value::ofInteger(h.liveTime), Value::ofInteger(h.realTime), int64_t{h.channels} - 1},
-                       TimePadding::Strict);
-    } else if (form.boxes.SPO) {
-        writeSpoHeader(out, h.channels);
-    }
 }
 
 // Puts the text at the byte offset of the output, over what is there; a gap
@@ -147,6 +103,42 @@ std::string_view readTextField(TextReader& in) {
 std::string_view elementValue(std::string_view field) { return mid(field, 4, static_cast<int64_t>(field.size()) - 7); }
 
 }  // namespace
+
+// Only the first tag found, in this order, counts for a line.
+void takeSpxTag(Session& form, std::string_view line, SpxHeader& h) {
+    size_t at = npos;
+    auto holds = [&](std::string_view tag) { return (at = line.find(tag)) != npos; };
+    if (holds(SpectrumTag)) {
+        const std::string_view rest = line.substr(at + SpectrumTag.size());
+        h.id = mid(rest, 1, static_cast<int64_t>(rest.size()) - 2);
+    } else if (holds("<RealTime>")) {
+        h.realTime = roundToInt32(numberAfterTag(line, at, 10, 21));
+        form.sharedRealTime = Value::ofInteger(h.realTime);
+    } else if (holds("<LifeTime>")) {
+        h.liveTime = roundToInt32(numberAfterTag(line, at, 10, 21));
+    } else if (holds("<Date>")) {
+        h.date = dashedDate(textAfterTag(line, at));
+    } else if (holds("<Time>")) {
+        h.time = textAfterTag(line, at);
+    } else if (holds("<ChannelCount>")) {
+        h.channels = roundToInt32(numberAfterTag(line, at, 14, 29));
+    } else if (holds("<CalibAbs>")) {
+        form.CalibOff = numberAfterTag(line, at, 10, 21);
+    } else if (holds("<CalibLin>")) {
+        form.CalibLin = numberAfterTag(line, at, 10, 21);
+    }
+}
+
+void writeSpxHeader(Session& form, TextWriter& out, const SpxHeader& h) {
+    if (form.boxes.SPE) {
+        const DateTimeTexts when{formatText(h.date, "dd-mm-yyyy"), formatText(h.time, "hh:mm:ss")};
+        writeSpeHeader(out,
+                       {h.id, when, Value::ofInteger(h.liveTime), Value::ofInteger(h.realTime), int64_t{h.channels} - 1},
+                       TimePadding::Strict);
+    } else if (form.boxes.SPO) {
+        writeSpoHeader(out, h.channels);
+    }
+}
 
 void ConvFileXML(Session& form, std::string& fileName) {
     TextReader& in = form.files.openInput(InputFile, fileName);
