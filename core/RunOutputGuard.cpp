@@ -1,5 +1,6 @@
 #include "core/RunOutputGuard.h"
 
+#include <chrono>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -90,10 +91,18 @@ void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::s
     if (!folder.log) {
         folder.log = std::fopen((dir + "/" + RecordName).c_str(), "ab");
         if (!folder.log) return;
-        std::setvbuf(folder.log, nullptr, _IONBF, 0);  // each line reaches the file at once
         if (std::ftell(folder.log) == 0) std::fputs(RecordHeading, folder.log);
     }
     std::fputs(recordLine(name, stamp.size, stamp.time).c_str(), folder.log);
+    // Lines reach the file a buffer or a quarter of a second at a time: a
+    // killed run leaves at most those last outputs unrecorded (they go to
+    // the trash next time, nothing is lost).
+    const auto now = std::chrono::steady_clock::now();
+    if (now - flushed_ > std::chrono::milliseconds(250)) {
+        for (auto& [other, f] : folders_)
+            if (f.log) std::fflush(f.log);
+        flushed_ = now;
+    }
 }
 
 // A folder's record, read when the run first writes there; the temporary

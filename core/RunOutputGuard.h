@@ -9,6 +9,7 @@
 // it wrote there. A line is added as each output takes its name, so that a
 // killed run's finished outputs count as Kestro's too; the record is
 // rewritten once at the end of the run with one line a file.
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <map>
@@ -70,6 +71,7 @@ private:
     std::map<std::string, std::string> moved_;  // a queued input, and where it is now
     std::vector<std::string> copies_;           // kept copies of queued inputs, removed at the end
     std::map<std::string, Folder> folders_;
+    std::chrono::steady_clock::time_point flushed_ = std::chrono::steady_clock::now();
 };
 
 }  // namespace kestro
