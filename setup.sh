@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# Installs what is missing (Debian packages), builds Kestro into build/, and
-# converts the bundled example files into a fresh output folder.
+# Installs what is missing (Debian packages), builds Kestro into build/ and
+# its web page into build-web/, and converts the bundled example files into
+# a fresh output folder.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
           qt6-base-dev qt6-charts-dev libqt6opengl6-dev libdcmtk-dev
-          dpkg-dev file lintian appstream)  # the last four build and check the Debian package
+          dpkg-dev file lintian appstream   # these four build and check the Debian package
+          emscripten nodejs npm chromium)   # the web build, its page's packages and browser tests
 missing=()
 for p in "${packages[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -21,6 +23,11 @@ fi
 
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build
+
+# The same engine as WebAssembly, with the page, into build-web/.
+(cd web && npm ci --no-audit --no-fund --loglevel=error)
+[ -f build-web/build.ninja ] || NODE_PATH=/usr/share/nodejs emcmake cmake -S . -B build-web -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+NODE_PATH=/usr/share/nodejs cmake --build build-web
 
 out=build/examples-out
 rm -rf "$out"

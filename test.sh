@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs every test: the suite, the file-safety checks on a real file system
-# (a full tmpfs when run as root), the Debian package check, the suite again under
+# (a full tmpfs when run as root), the WebAssembly build (its unit tests, the
+# command-line tests, the page in Chromium), the Debian package check, the suite again under
 # AddressSanitizer and UndefinedBehaviorSanitizer, and each fuzz target for a
 # bounded time.
 # "./test.sh quick" runs the suite alone.
@@ -15,6 +16,17 @@ ctest --test-dir build --output-on-failure -j2
 
 echo "== Files on a full disk, killed runs, the trash"
 scripts/file-safety.sh
+
+echo "== The WebAssembly engine and the page (build-web/, built by setup.sh)"
+[ -d web/node_modules ] || (cd web && npm ci --no-audit --no-fund --loglevel=error)
+[ -f build-web/build.ninja ] || NODE_PATH=/usr/share/nodejs emcmake cmake -S . -B build-web -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+NODE_PATH=/usr/share/nodejs cmake --build build-web
+node build-web/kestro_tests.js
+echo "-- The command-line tests against the WebAssembly converter"
+KESTRO_CONVERT_COMMAND="node '$PWD/build-web/kestro-convert.js'" build/bin/kestro_tests --gtest_filter='CliTest.*'
+scripts/compare-web-cli.sh build/bin/kestro-convert build-web/kestro-convert.js
+echo "-- The page in Chromium"
+(cd web && node --test --test-concurrency=1 tests/)
 
 echo "== The Debian package"
 scripts/package-check.sh

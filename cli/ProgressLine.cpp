@@ -5,6 +5,8 @@
 
 #include <algorithm>
 
+#include "core/runtime/Portable.h"
+
 namespace kestro {
 
 namespace {
@@ -33,7 +35,7 @@ std::string lastCharacters(const std::string& s, size_t width) {
 ProgressLine::ProgressLine(std::FILE* terminal, size_t columns) : terminal_(terminal), columns_(columns) {}
 
 ProgressLine ProgressLine::onStandardError() {
-    if (!isatty(STDERR_FILENO)) return ProgressLine(nullptr, 0);
+    if (!portable::isTerminal(STDERR_FILENO)) return ProgressLine(nullptr, 0);
     winsize size{};
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     return ProgressLine(stderr, known ? size.ws_col : 80);

@@ -3,6 +3,8 @@
 // error an action raises, and conversions run as a front end runs them.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <utime.h>
 
 #include <cstdlib>
@@ -52,10 +54,22 @@ inline std::string readFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-// Sets a file's modification time and returns how line 4 of an SPE file shows it.
-inline std::string setModified(const std::string& path, std::time_t when) {
+// Sets a file's modification time, in whole seconds.
+inline void setFileTime(const std::string& path, std::time_t when) {
+#ifdef __EMSCRIPTEN__
+    // The web build's runtime hands milliseconds to node as seconds: it is
+    // given the seconds as milliseconds, so that node receives seconds.
+    const timespec times[2] = {{when / 1000, (when % 1000) * 1000000}, {when / 1000, (when % 1000) * 1000000}};
+    utimensat(AT_FDCWD, path.c_str(), times, 0);
+#else
     utimbuf times{when, when};
     utime(path.c_str(), &times);
+#endif
+}
+
+// Sets a file's modification time and returns how line 4 of an SPE file shows it.
+inline std::string setModified(const std::string& path, std::time_t when) {
+    setFileTime(path, when);
     std::tm tm{};
     localtime_r(&when, &tm);
     char text[32];
@@ -148,7 +162,9 @@ public:
             std::string lf = readFile(path);
             std::erase(lf, '\r');
             writeFile(copyPath, lf);
-            std::filesystem::last_write_time(copyPath, std::filesystem::last_write_time(path));
+            struct stat original {};
+            stat(path.c_str(), &original);
+            setFileTime(copyPath, original.st_mtime);
             copy.addToQueue(form.List1[i], copyPath);
         }
         return twin;
@@ -281,10 +297,14 @@ protected:
 
 #ifdef KESTRO_CONVERT
 // kestro-convert run in `dir` as a script runs it: both outputs to files.
+// KESTRO_CONVERT_COMMAND, when set, runs another build of it instead (the
+// WebAssembly one under node).
 struct ConverterRun { int status; std::string out; std::string err; };
 
 inline ConverterRun runConverter(const TempDir& dir, const std::string& arguments) {
-    std::string command = "cd '" + dir.path() + "' && '" KESTRO_CONVERT "' " + arguments + " >out.txt 2>err.txt";
+    const char* other = std::getenv("KESTRO_CONVERT_COMMAND");
+    const std::string converter = other ? other : "'" KESTRO_CONVERT "'";
+    std::string command = "cd '" + dir.path() + "' && " + converter + " " + arguments + " >out.txt 2>err.txt";
     int raw = std::system(command.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, readFile(dir.file("out.txt")), readFile(dir.file("err.txt"))};
 }

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "core/runtime/Dates.h"
+#include "core/runtime/Portable.h"
 #include "core/runtime/RuntimeError.h"
 
 namespace kestro {
@@ -140,7 +141,7 @@ constexpr double Tens[] = {1e-5, 1e-4, 1e-3, 1e-2, 1e-1, 1,    1e1,  1e2,  1e3, 
 char* writeDoubleDigits(char* p, double a) {
     constexpr uint64_t Lowest = 100'000'000'000'000;  // 10^14
     if (!(a >= 1e-5 && a < 1e15)) return nullptr;
-    const auto bits = std::bit_cast<uint64_t>(a);
+    const auto bits = portable::bitCast<uint64_t>(a);
     const uint64_t significand = (bits & 0xFFFFFFFFFFFFFull) | 0x10000000000000ull;
     const int binaryExponent = static_cast<int>((bits >> 52) & 0x7FF) - 1075;
     int exponent = decimalExponent(a, binaryExponent + 52, Tens);
@@ -163,7 +164,7 @@ char* writeDoubleDigits(char* p, double a) {
 // are nearly all such values. Returns nullptr for any other value.
 char* writeSingleDigits(char* p, double a) {
     if (!(a >= 1e-5 && a < 1e7) || static_cast<double>(static_cast<float>(a)) != a) return nullptr;
-    const auto bits = std::bit_cast<uint32_t>(static_cast<float>(a));
+    const auto bits = portable::bitCast<uint32_t>(static_cast<float>(a));
     const int binaryExponent = static_cast<int>((bits >> 23) & 0xFF) - 150;
     int exponent = decimalExponent(a, binaryExponent + 23, Tens);
     const int k = SingleDigits - 1 - exponent;
@@ -189,7 +190,7 @@ char* writeMagnitude(char* p, double v, int digits) {
     if (a < wholeLimit && a == std::trunc(a)) return std::to_chars(p, p + 24, static_cast<int64_t>(a)).ptr;
     if (char* end = digits == SingleDigits ? writeSingleDigits(p, a) : writeDoubleDigits(p, a)) return end;
     char buf[48];
-    auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, digits - 1);
+    auto r = portable::toScientific(buf, buf + sizeof buf, a, digits - 1);
     // buf holds d[.ddd]e[+-]xx
     char* e = static_cast<char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
     int exponent = 0;
@@ -549,7 +550,7 @@ double leadingNumber(std::string_view s) {
     const char* end = first + clean.size();
     if (*first == '+') ++first;
     double v = 0;
-    auto r = std::from_chars(first, end, v);
+    auto r = portable::fromChars(first, end, v);
     if (r.ec == std::errc::result_out_of_range) {
         // Underflow reads as zero; anything larger than a double is Overflow.
         size_t e = clean.find('e');
@@ -662,7 +663,7 @@ bool parseWholeNumber(std::string_view s, double& out) {
         buf[n++] = c;
     }
     if (!digits) return false;
-    auto r = std::from_chars(buf, buf + n, out);
+    auto r = portable::fromChars(buf, buf + n, out);
     if (r.ec == std::errc::result_out_of_range) raise(err::Overflow);
     return r.ec == std::errc() && r.ptr == buf + n;
 }
@@ -717,7 +718,7 @@ Decimal toDecimal(double v) {
     double a = std::fabs(v);
     if (a == 0 || !std::isfinite(a)) return d;
     char buf[48];
-    auto r = std::to_chars(buf, buf + sizeof buf, a, std::chars_format::scientific, DoubleDigits - 1);
+    auto r = portable::toScientific(buf, buf + sizeof buf, a, DoubleDigits - 1);
     char* e = static_cast<char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
     int exponent = 0;
     std::from_chars(e + 1 + (e[1] == '+'), r.ptr, exponent);

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "core/runtime/NumberText.h"
+#include "core/runtime/Portable.h"
 #include "readers/Readers.h"
 #include "readers/modern/ModernOutputs.h"
 
@@ -202,7 +203,7 @@ bool readAffn(std::string_view text, size_t& i, double& value, double* unit = nu
     if (!point && !exponent && digits <= 18) {
         value = negative ? -static_cast<double>(whole) : static_cast<double>(whole);
     } else {
-        const auto r = std::from_chars(text.data() + digitsFrom, text.data() + p, value);
+        const auto r = portable::fromChars(text.data() + digitsFrom, text.data() + p, value);
         // Beyond the range of a double: infinite, or too small to tell from 0.
         if (r.ec == std::errc::result_out_of_range)
             value = (exponent && power < 0) ? 0.0 : std::numeric_limits<double>::infinity();
@@ -289,7 +290,7 @@ double readAsdfDigits(std::string_view text, size_t& i, int lead) {
     std::string number(1, static_cast<char>('0' + lead));
     number.append(text.substr(i, p - i));
     double value = std::numeric_limits<double>::infinity();
-    std::from_chars(number.data(), number.data() + number.size(), value);
+    portable::fromChars(number.data(), number.data() + number.size(), value);
     i = p;
     return value;
 }
