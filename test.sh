@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs every test: the suite, the WebAssembly build (its unit tests, the
+# Runs every test: the suite, the file-safety checks on a real file system
+# (a full tmpfs when run as root), the WebAssembly build (its unit tests, the
 # command-line tests, the page in Chromium), the Debian package check, the suite again under
 # AddressSanitizer and UndefinedBehaviorSanitizer, and each fuzz target for a
 # bounded time.
@@ -12,6 +13,9 @@ fuzz_seconds=${KESTRO_FUZZ_SECONDS:-30}
 cmake --build build
 ctest --test-dir build --output-on-failure -j2
 [ "${1:-}" = quick ] && exit 0
+
+echo "== Files on a full disk, killed runs, the trash"
+scripts/file-safety.sh
 
 echo "== The WebAssembly engine and the page (build-web/, built by setup.sh)"
 [ -d web/node_modules ] || (cd web && npm ci --no-audit --no-fund --loglevel=error)

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <new>
 
+#include "core/RunOutputGuard.h"
 #include "core/Writers.h"
 #include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
@@ -509,13 +510,14 @@ RunOutcome finishRun(Session& form, size_t filesHandled) {
     return RunOutcome::Finished;
 }
 
-RunOutcome runBatch(Session& form, RunRecorder& record) {
+RunOutcome runBatch(Session& form, RunRecorder& record, RunOutputGuard& guard) {
     const size_t count = form.List1.size();
     RunState state;
     size_t i = 0;
     for (; i < count; ++i) {
         form.host().startingFile(i, count, form.List1.at(i));
         record.starting(i);
+        guard.startingFile(i);
         FileJob job = prepareJob(form.List2.at(i), form.List1.at(i));
         const Next next = convertOne(form, job, state);
         if (next == Next::EndRun) {
@@ -543,9 +545,9 @@ RunOutcome handleFailure(Session& form, RunRecorder& record, int number, const s
     return RunOutcome::ErrorHandled;
 }
 
-RunOutcome runHandlingFailures(Session& form, RunRecorder& record) {
+RunOutcome runHandlingFailures(Session& form, RunRecorder& record, RunOutputGuard& guard) {
     try {
-        return runBatch(form, record);
+        return runBatch(form, record, guard);
     } catch (const RuntimeError& e) {
         return handleFailure(form, record, e.number(), e.description());
     } catch (const std::bad_alloc&) {
@@ -585,6 +587,10 @@ PlotPoints readPlotPoints(const std::string& odfName) {
 
 RunOutcome RunCode_Click(Session& form) {
     ++form.runNumber;
+    // Every output of the run, the files a failed reader left open included,
+    // is written and closed under the guard's eye.
+    RunOutputGuard guard(form, systemTrash());
+    GuardingOutputs guarding(&guard);
     // Files a reader left open (a failed one always does) would block the
     // next run with "File already open": the run ends with none open. The
     // record goes to the front end however the run ends.
@@ -596,7 +602,7 @@ RunOutcome RunCode_Click(Session& form) {
     try {
         RunRecorder record(form);
         try {
-            outcome = runHandlingFailures(form, record);
+            outcome = runHandlingFailures(form, record, guard);
         } catch (...) {
             record.failed("stopped by an unexpected error");
             throw;

@@ -30,6 +30,8 @@ const char* const Usage =
     "  --log                 tick the logarithmic scale\n"
     "  --modern              tick \"Modern readers\": Kestro's own readers for the GAML, SPA, SPC,\n"
     "                        RAW, MPA and CNF files that the classic rules misread\n"
+    "  --replace             replace existing files in place, as the classic program did, instead\n"
+    "                        of moving a file that Kestro did not write to the trash first\n"
     "  --answer yes|no       the answer to every Yes/No question (default: no)\n"
     "  --command-line TEXT   the program's command-line text as the readers see it\n"
     "  --help, --version\n"
@@ -92,6 +94,7 @@ struct Options {
     Boxes boxes;
     Answer answer = Answer::No;
     std::string commandLine;
+    bool replace = false;
     std::vector<std::string> files;
 };
 
@@ -145,6 +148,7 @@ std::optional<int> parse(int argc, char** argv, Options& o) {
         else if (a == "--graph") o.boxes.DsGr = true;
         else if (a == "--log") o.boxes.LogScale = true;
         else if (a == "--modern") o.boxes.ModernRead = true;
+        else if (a == "--replace") o.replace = true;
         else if (a == "--format") {
             if (!value(v)) return badUsage("--format needs an entry number or text");
             o.format = formatChoice(v);
@@ -187,6 +191,7 @@ int main(int argc, char** argv) {
     Session form(host);
     formLoad(form);
     form.commandLine = options.commandLine;
+    form.replaceInPlace = options.replace;
     // The format first, then the typed text, then the boxes, as documented.
     if (options.format) Combo1_Click(form, *options.format);
     if (options.typed) Text1_Change(form, *options.typed);

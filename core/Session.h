@@ -77,6 +77,10 @@ public:
     // The program's command-line text, as the readers see it.
     std::string commandLine;
 
+    // Outputs replace any file in place, as the classic program did, instead
+    // of moving a file that Kestro did not write to the trash first.
+    bool replaceInPlace = false;
+
     FileTable files;
 
     // What the last run did; cleared as the next one starts.

@@ -77,6 +77,8 @@ inline void runThroughDriver(const uint8_t* data, size_t size, const std::string
     form.boxes.SPO = (mode & 2) != 0;
     form.boxes.DsGr = (mode & 4) != 0;
     form.addToQueue(fileName, input);
+    // The work folder holds nothing of the user's: nothing goes to the trash.
+    form.replaceInPlace = true;
     static const std::filesystem::path callersFolder = std::filesystem::current_path();
     std::filesystem::current_path(workFolder());
     std::remove("Test.txt");  // appended to on every debug run

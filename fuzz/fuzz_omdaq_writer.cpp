@@ -12,6 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     formLoad(form);
     form.boxes.SPE = size && (data[0] & 1);
     form.addToQueue("in._", written);
+    form.replaceInPlace = true;
     RunCode_Click(form);
     return 0;
 }

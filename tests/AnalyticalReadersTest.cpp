@@ -304,6 +304,11 @@ TEST_F(GamlTest, XAndYArraysAsWrittenList) {
     EXPECT_EQ(output("lf.odf"), "1.5,10\r\n2.5,-0.25\r\n");
     EXPECT_EQ(listingAfterFirstLine(output("lf.hdr"), lfPath), GamlListing);
     EXPECT_EQ(output("std_crlf.gaml"), GamlHead + GamlData);
+
+    // An input of the work file's own name is not written over (run() checks it).
+    queue("std_crlf.gaml", lf);
+    ASSERT_EQ(run(), RunOutcome::Finished);
+    EXPECT_EQ(output("std_crlf.odf"), "1.5,10\r\n2.5,-0.25\r\n");
 }
 
 TEST_F(GamlTest, ValuesOnTheirOpeningLine) {

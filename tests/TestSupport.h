@@ -20,6 +20,7 @@
 #include "batch/Driver.h"
 #include "core/FormatTable.h"
 #include "core/Host.h"
+#include "core/RunOutputGuard.h"
 #include "core/Session.h"
 #include "core/runtime/BinaryOutput.h"
 #include "core/runtime/RuntimeError.h"
@@ -190,7 +191,7 @@ public:
             EXPECT_EQ(inOriginal(host_.statuses[i].first), host.statuses[statusesBefore_ + i].first) << "LF-only twin";
         for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
             const std::string name = entry.path().filename().string();
-            if (inputs.count(name) || entry.is_directory()) continue;
+            if (inputs.count(name) || entry.is_directory() || name == RunOutputGuard::RecordName) continue;
             EXPECT_EQ(inOriginal(readFile(entry.path().string())), readFile(originalDir.file(name)))
                 << "LF-only twin of " << name;
         }
@@ -247,9 +248,13 @@ protected:
     // One run. Where every queued input is CR LF text, its LF-only twin is
     // converted too, by a fresh window with the same settings in a folder of
     // its own, and must give the same outcome, messages and bytes.
+    // Every input stays byte for byte as it was.
     RunOutcome run() {
         std::unique_ptr<LfTwinRun> twin = LfTwinRun::prepare(form, host, dir);
+        std::vector<std::pair<std::string, std::string>> inputs;
+        for (const std::string& path : form.List2) inputs.emplace_back(path, readFile(path));
         const RunOutcome outcome = RunCode_Click(form);
+        for (const auto& [path, bytes] : inputs) EXPECT_TRUE(readFile(path) == bytes) << path << " changed by its conversion";
         if (twin) twin->expectAlike(outcome, host, dir);
         return outcome;
     }

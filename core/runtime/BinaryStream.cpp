@@ -5,12 +5,13 @@
 #include <cerrno>
 #include <cstring>
 
+#include "core/runtime/Files.h"
 #include "core/runtime/RuntimeError.h"
 
 namespace kestro {
 
 BinaryStream::BinaryStream(const std::string& path) {
-    file_ = std::fopen(path.c_str(), "rb");
+    file_ = std::fopen(inputLocation(path).c_str(), "rb");
     if (!file_) raise(errno == ENOENT ? err::FileNotFound : err::PathFileAccess);
     struct stat st {};
     if (::fstat(fileno(file_), &st) != 0 || S_ISDIR(st.st_mode)) {

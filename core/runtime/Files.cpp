@@ -1,9 +1,15 @@
 #include "core/runtime/Files.h"
 
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <optional>
 
 #include "core/runtime/RuntimeError.h"
 #include "core/runtime/TextInput.h"
@@ -38,7 +44,7 @@ std::string reserveLarge(size_t capacity) {
 }
 
 std::string readWholeFile(const std::string& path) {
-    std::FILE* f = std::fopen(path.c_str(), "rb");
+    std::FILE* f = std::fopen(inputLocation(path).c_str(), "rb");
     if (!f) raiseForErrno(errno);
     struct stat st {};
     if (::fstat(fileno(f), &st) != 0 || S_ISDIR(st.st_mode)) {
@@ -59,7 +65,9 @@ std::string readWholeFile(const std::string& path) {
 
 std::string readTextFile(const std::string& path) { return crLfTwin(readWholeFile(path)); }
 
-DateValue fileModified(const std::string& path) { return dateFromUnixSeconds(statOrRaise(path).st_mtime); }
+DateValue fileModified(const std::string& path) {
+    return dateFromUnixSeconds(statOrRaise(inputLocation(path)).st_mtime);
+}
 
 void writeWholeFile(const std::string& path, std::string_view bytes) {
     OutputFile out(path);
@@ -69,38 +77,169 @@ void writeWholeFile(const std::string& path, std::string_view bytes) {
 
 namespace {
 // One run at a time converts; the DICOM reader's own thread writes while the
-// run's thread waits for it, so a plain pointer serves both.
+// run's thread waits for it, so plain pointers serve both.
 OutputObserver* outputObserver = nullptr;
+OutputGuard* outputGuard = nullptr;
+
+std::optional<WriteFault> injectedFault;
+int64_t bytesBeforeFault = 0;
+
+constexpr const char TemporaryPrefix[] = ".kestro~";
+
+[[noreturn]] void raiseWriteError(int e) {
+    if (e == ENOSPC || e == EDQUOT) raise(err::DiskFull);
+    raise(err::PathFileAccess);
+}
+
+[[noreturn]] void raiseOpenError(int e) {
+    if (e == ENOENT) raise(err::PathNotFound);
+    raiseWriteError(e);
+}
+
+// The file an output of that name goes to: a link's target, as a write
+// through the link would reach it. One that could not be opened for writing
+// refuses as before, though the new bytes go elsewhere first.
+std::string writableTarget(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) return path;  // a new file, the common case
+    std::string target = path;
+    if (S_ISLNK(st.st_mode)) {
+        char* resolved = ::realpath(path.c_str(), nullptr);
+        if (!resolved) return path;  // a dangling link is replaced by the file
+        target = resolved;
+        std::free(resolved);
+        if (::stat(target.c_str(), &st) != 0) return target;
+    }
+    if (S_ISDIR(st.st_mode) || ::access(target.c_str(), W_OK) != 0) raise(err::PathFileAccess);
+    return target;
+}
 }  // namespace
 
 ObservingOutputs::ObservingOutputs(OutputObserver* observer) : previous_(outputObserver) { outputObserver = observer; }
 ObservingOutputs::~ObservingOutputs() { outputObserver = previous_; }
 
-OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path) {
+GuardingOutputs::GuardingOutputs(OutputGuard* guard) : previous_(outputGuard) { outputGuard = guard; }
+GuardingOutputs::~GuardingOutputs() { outputGuard = previous_; }
+
+InjectingWriteFault::InjectingWriteFault(WriteFault fault) {
+    injectedFault = fault;
+    bytesBeforeFault = fault.afterBytes;
+}
+InjectingWriteFault::~InjectingWriteFault() { injectedFault.reset(); }
+
+std::string temporaryNameBeside(const std::string& path) {
+    static std::atomic<unsigned> count{0};
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+    static const std::string process = std::to_string(static_cast<long>(::getpid()));
+    return folder + TemporaryPrefix + process + "~" + std::to_string(++count);
+}
+
+bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return false;
+    size = static_cast<uint64_t>(st.st_size);
+    modified = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    return true;
+}
+
+std::string inputLocation(const std::string& path) { return outputGuard ? outputGuard->readFrom(path) : path; }
+
+bool isTemporaryOutputName(const std::string& name, long& pid) {
+    constexpr size_t n = sizeof TemporaryPrefix - 1;
+    if (name.compare(0, n, TemporaryPrefix) != 0) return false;
+    char* end = nullptr;
+    pid = std::strtol(name.c_str() + n, &end, 10);
+    return end != name.c_str() + n && *end == '~';
+}
+
+bool processRuns(long pid) {
+    return pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
+}
+
+OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path), mode_(mode) {
     if (outputObserver) outputObserver->outputOpened(path, mode);
-    file_ = std::fopen(path.c_str(), mode == Mode::Append ? "ab" : "wb");
-    if (!file_) {
-        if (errno == ENOENT) raise(err::PathNotFound);
-        raise(err::PathFileAccess);
+    if (injectedFault && injectedFault->kind == WriteFault::Kind::AccessDenied) raiseOpenError(EACCES);
+    if (mode == Mode::Append) {
+        target_ = path;
+        if (outputGuard) outputGuard->appending(target_);
+        file_ = std::fopen(target_.c_str(), "ab");
+        if (!file_) raiseOpenError(errno);
+        struct stat st {};
+        if (::fstat(fileno(file_), &st) == 0) appendFrom_ = static_cast<int64_t>(st.st_size);
+        return;
     }
+    target_ = writableTarget(path);
+    temporary_ = temporaryNameBeside(target_);
+    file_ = std::fopen(temporary_.c_str(), "wbx");
+    if (!file_) raiseOpenError(errno);
 }
 
 OutputFile::~OutputFile() {
-    if (file_) std::fclose(file_);
+    try {
+        close();
+    } catch (...) {
+        // Dropped by an error path: what could be written has its name, a
+        // failed write is gone.
+    }
+}
+
+void OutputFile::fail(int error) {
+    if (!error_) error_ = error ? error : EIO;
 }
 
 void OutputFile::write(std::string_view bytes) {
     if (bytes.empty()) return;
     if (!file_) raise(err::BadFileNameOrNumber);
-    if (std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) failed_ = true;
-    if (failed_) raise(err::PathFileAccess);
+    if (error_) raiseWriteError(error_);
+    size_t allowed = bytes.size();
+    int faultError = 0;
+    if (injectedFault && injectedFault->kind != WriteFault::Kind::AccessDenied) {
+        if (static_cast<int64_t>(allowed) > bytesBeforeFault) {
+            allowed = static_cast<size_t>(std::max<int64_t>(bytesBeforeFault, 0));
+            faultError = injectedFault->kind == WriteFault::Kind::NoSpace ? ENOSPC : EIO;
+        }
+        bytesBeforeFault -= static_cast<int64_t>(allowed);
+    }
+    if (allowed && std::fwrite(bytes.data(), 1, allowed, file_) != allowed) fail(errno);
+    if (faultError) fail(faultError);
+    if (error_) raiseWriteError(error_);
 }
 
 void OutputFile::close() {
     if (!file_) return;
-    bool bad = std::fclose(file_) != 0 || failed_;
+    std::FILE* f = file_;
     file_ = nullptr;
-    if (bad) raise(err::PathFileAccess);
+    if (std::fclose(f) != 0) fail(errno);
+    finish();
+    if (error_) raiseWriteError(error_);
+}
+
+// After the close: the new file takes its name, or a failed one goes.
+void OutputFile::finish() {
+    if (mode_ == Mode::Append) {
+        if (error_) {
+            if (::truncate(target_.c_str(), static_cast<off_t>(appendFrom_)) != 0) return;
+        } else if (outputGuard) {
+            outputGuard->written(target_);
+        }
+        return;
+    }
+    if (!error_) {
+        try {
+            if (outputGuard) outputGuard->replacing(target_);
+        } catch (...) {
+            std::remove(temporary_.c_str());
+            throw;
+        }
+        if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail(errno);
+    }
+    if (error_) {
+        std::remove(temporary_.c_str());
+        if (outputGuard) outputGuard->removed(target_);
+        return;
+    }
+    if (outputGuard) outputGuard->written(target_);
 }
 
 }  // namespace kestro

@@ -25,24 +25,99 @@ DateValue fileModified(const std::string& path);
 // Replaces the file with these bytes.
 void writeWholeFile(const std::string& path, std::string_view bytes);
 
-// A file opened for writing (replacing any file of that name) or appending.
+// A file's length and modification time (nanoseconds since 1970); false
+// when there is no such file.
+bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified);
+
+// Where an input named `path` is to be read from: its own name, unless the
+// run moved it aside before an output took that name.
+std::string inputLocation(const std::string& path);
+
+// A file opened for writing or appending. A file written anew goes under a
+// temporary name in its folder and takes its own name only once closed
+// whole, so that a failed write or a killed run never leaves a file cut
+// short under that name; a failed write removes it and any earlier file of
+// that name stays as it was. An append goes to the file itself and, should
+// it fail, the file is cut back to its earlier length.
 class OutputFile {
 public:
     enum class Mode { Replace, Append };
     OutputFile(const std::string& path, Mode mode = Mode::Replace);
-    ~OutputFile();
+    ~OutputFile();  // closes quietly: what was written takes its name
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
+    // A failure raises "Disk full" when the space ran out, else
+    // "Path/File access error".
     void write(std::string_view bytes);
-    // Closes and reports a failed write as "Path/File access error".
     void close();
     const std::string& path() const { return path_; }
 
 private:
+    void fail(int error);
+    void finish();
+
     std::FILE* file_ = nullptr;
     std::string path_;
-    bool failed_ = false;
+    std::string target_;     // the file written: a link's target
+    std::string temporary_;  // empty when appending
+    Mode mode_;
+    int error_ = 0;          // the system's error number of the first failure
+    int64_t appendFrom_ = 0; // the length before an append
+};
+
+// A temporary name in the folder of `path`, unique to this process.
+std::string temporaryNameBeside(const std::string& path);
+// Temporary names are recognisable: a leading ".kestro~", the process id,
+// a count. True for such a name; `pid` is the process that made it.
+bool isTemporaryOutputName(const std::string& name, long& pid);
+// Whether the process of that id still runs (a killed run's files do not).
+bool processRuns(long pid);
+
+// What a run decides about the files around its outputs. Installed by the
+// driver for the run; without one, outputs replace files in place.
+class OutputGuard {
+public:
+    virtual ~OutputGuard() = default;
+    // Before an append to `path`.
+    virtual void appending(const std::string& path) = 0;
+    // Just before the output written for `path` takes that name.
+    virtual void replacing(const std::string& path) = 0;
+    // `path` holds an output as written (whole, or appended to).
+    virtual void written(const std::string& path) = 0;
+    // The output for `path` failed to write and was removed.
+    virtual void removed(const std::string& path) = 0;
+    // Where the input `path` is to be read from (see inputLocation).
+    virtual std::string readFrom(const std::string& path) = 0;
+};
+
+class GuardingOutputs {
+public:
+    explicit GuardingOutputs(OutputGuard* guard);
+    ~GuardingOutputs();
+    GuardingOutputs(const GuardingOutputs&) = delete;
+    GuardingOutputs& operator=(const GuardingOutputs&) = delete;
+
+private:
+    OutputGuard* previous_;
+};
+
+// For tests: the outputs fail as a full disk, a refused access or a failing
+// device would make them fail, until the object goes out of scope.
+struct WriteFault {
+    enum class Kind { NoSpace, AccessDenied, DeviceError };
+    Kind kind;
+    // NoSpace and DeviceError: the bytes, counted over every output opened
+    // since, that are written before the failure.
+    int64_t afterBytes = 0;
+};
+
+class InjectingWriteFault {
+public:
+    explicit InjectingWriteFault(WriteFault fault);
+    ~InjectingWriteFault();
+    InjectingWriteFault(const InjectingWriteFault&) = delete;
+    InjectingWriteFault& operator=(const InjectingWriteFault&) = delete;
 };
 
 // Told of every output file as it is opened, so that a run can keep its

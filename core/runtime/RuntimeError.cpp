@@ -14,6 +14,7 @@ std::string errorDescription(int number) {
     case err::FileNotFound: return "File not found";
     case err::BadFileMode: return "Bad file mode";
     case err::FileAlreadyOpen: return "File already open";
+    case err::DiskFull: return "Disk full";
     case err::InputPastEnd: return "Input past end of file";
     case err::BadRecordNumber: return "Bad record number";
     case err::PermissionDenied: return "Permission denied";

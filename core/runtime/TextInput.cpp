@@ -64,7 +64,7 @@ struct TextReader::Source {
 
 TextReader::TextReader(const std::string& path, Streamed) : source_(std::make_unique<Source>()) {
     Source& s = *source_;
-    s.file = std::fopen(path.c_str(), "rb");
+    s.file = std::fopen(inputLocation(path).c_str(), "rb");
     if (!s.file) raise(errno == ENOENT ? err::FileNotFound : err::PathFileAccess);
     struct stat st {};
     if (::fstat(fileno(s.file), &st) != 0 || S_ISDIR(st.st_mode)) raise(err::PathFileAccess);

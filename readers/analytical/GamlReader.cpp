@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -185,20 +186,28 @@ void writePoints(TextWriter& out, const std::string& xs, const std::string& ys) 
 }
 
 // A refusal: the message, both files closed, the converted copy deleted.
-void refuse(Session& form, const std::string& text, bool madeWorkFile) {
+void refuse(Session& form, const std::string& text, const std::string& workFile) {
     form.host().messageBox(text, BoxIcon::Critical, BoxButtons::Ok);
     form.files.close(InputFile);
     form.files.close(HeaderFile);
-    if (madeWorkFile) std::remove(WorkFile);
+    if (!workFile.empty()) std::remove(workFile.c_str());
+}
+
+// The copy never takes the name of the input it is made from: an input that
+// is itself the current folder's "std_crlf.gaml" gets a copy of another name.
+std::string workFileFor(const std::string& fileName) {
+    std::error_code e;
+    return std::filesystem::equivalent(fileName, WorkFile, e) ? std::string(WorkFile) + ".crlf" : WorkFile;
 }
 
 // A file without a single CR is read from a copy with CR LF line ends,
-// written to the current folder. Returns whether the copy was made.
-bool openWithStandardLineEnds(Session& form, const std::string& fileName) {
+// written to the current folder. Returns the copy's name, or "" when none
+// was made.
+std::string openWithStandardLineEnds(Session& form, const std::string& fileName) {
     TextReader& in = form.files.openInputAsWritten(InputFile, fileName);
     if (static_cast<int64_t>(in.lineInput().size()) != in.length()) {
         in.seek(1);
-        return false;
+        return {};
     }
     form.host().messageBox("File with non-standard termination (CR or CR+LF) will be converted to standard!",
                            BoxIcon::Exclamation, BoxButtons::Ok);
@@ -213,9 +222,10 @@ bool openWithStandardLineEnds(Session& form, const std::string& fileName) {
         from = lf + 1;
     }
     form.files.close(InputFile);
-    writeWholeFile(WorkFile, standard);
-    form.files.openInputAsWritten(InputFile, WorkFile);
-    return true;
+    const std::string workFile = workFileFor(fileName);
+    writeWholeFile(workFile, standard);
+    form.files.openInputAsWritten(InputFile, workFile);
+    return workFile;
 }
 
 // The points the reader hands to the plot: as many rows as valueCount says,
@@ -276,7 +286,7 @@ void Decode(Session& form, std::string_view base64, std::string& decoded) {
 }
 
 void ConvFileGAML(Session& form, std::string& fileName) {
-    const bool madeWorkFile = openWithStandardLineEnds(form, fileName);
+    const std::string workFile = openWithStandardLineEnds(form, fileName);
     TextReader& in = form.files.input(InputFile);
     const std::string stem = dropLast(fileName, 5);
     const std::string headerName = stem + ".hdr";
@@ -296,9 +306,9 @@ void ConvFileGAML(Session& form, std::string& fileName) {
     header.text(second).endLine();
 
     std::string_view line;
-    if (!findLine(in, "<Xdata", line)) return refuse(form, "No X data found. Conversion aborted!", madeWorkFile);
+    if (!findLine(in, "<Xdata", line)) return refuse(form, "No X data found. Conversion aborted!", workFile);
     header.text(trimmed(line)).endLine();
-    if (!findLine(in, "<values", line)) return refuse(form, "No X values found. Conversion aborted!", madeWorkFile);
+    if (!findLine(in, "<values", line)) return refuse(form, "No X values found. Conversion aborted!", workFile);
     std::string xs;
     Decode(form, readXText(in, header, line), xs);
     writeDecodedLength(header, xs, "X");
@@ -307,9 +317,9 @@ void ConvFileGAML(Session& form, std::string& fileName) {
     if (xs.empty()) return;
 
     TextWriter& more = form.files.openAppend(HeaderFile, headerName);
-    if (!findLine(in, "<Ydata", line)) return refuse(form, "No Y data found. Conversion aborted!", madeWorkFile);
+    if (!findLine(in, "<Ydata", line)) return refuse(form, "No Y data found. Conversion aborted!", workFile);
     more.text(trimmed(line)).endLine();
-    if (!findLine(in, "<values", line)) return refuse(form, "No Y values found. Conversion aborted!", madeWorkFile);
+    if (!findLine(in, "<values", line)) return refuse(form, "No Y values found. Conversion aborted!", workFile);
     const std::string yText = readYText(in, more, line);
     form.files.close(InputFile);
     std::string ys;
