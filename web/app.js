@@ -71,8 +71,8 @@ function handle(m) {
       break;
     case 'starting':
       break;
-    case 'output':
-      keepOutput(m.folder, m.name, m.bytes);
+    case 'outputs':
+      for (const { folder, name, bytes } of m.outputs) keepOutput(folder, name, bytes);
       break;
     case 'lend':
       // The engine comes back to an output it handed over: a copy, while it waits.

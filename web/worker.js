@@ -61,9 +61,7 @@ const host = {
   scale: (logarithmic) => post({ type: 'scale', logarithmic }),
   changed() {},
   starting: (index, count, name) => post({ type: 'starting', index, count, name }),
-  outputs(paths) {
-    for (const path of new Set(paths)) sendOutput(path);
-  },
+  outputs: (paths) => sendEach(paths, false),
 };
 
 // One output, unless the page has it as it is now. Its bytes move to the
@@ -71,7 +69,7 @@ const host = {
 // back to such a file to read or extend it, the page lends the bytes back
 // (takeBack). That needs shared memory to wait in; without it the page gets
 // copies while the run goes on, and the files' own bytes once it has ended.
-function sendOutput(path, last) {
+function sendOutput(path, last, batch) {
   const root = `/run/${runNumber}/`;
   if (!path.startsWith(root)) return;
   const found = FS.analyzePath(path, true);
@@ -82,17 +80,23 @@ function sendOutput(path, last) {
   if (sent.get(path) === seen) return;
   sent.set(path, seen);
   const [folder, ...name] = path.slice(root.length).split('/');
-  if (name.length !== 1) return;
+  if (name.length !== 1 || engineOwn(name[0])) return;
   // Bytes as the page keeps them, whatever view the file system holds them in.
   const contents = node.contents ? new Uint8Array(node.contents.buffer, node.contents.byteOffset, size) : new Uint8Array(0);
   const move = Boolean(last || answers);
   const bytes = move ? contents : contents.slice();
-  post({ type: 'output', folder: Number(folder), name: name[0], bytes }, [bytes.buffer]);
+  batch.push({ folder: Number(folder), name: name[0], bytes });
   if (move) {
     node.contents = null;
     node.lent = { folder: Number(folder), name: name[0] };
   }
 }
+
+// The engine's own files in a folder it writes in: its record of the
+// outputs it wrote there and an output being written under a temporary
+// name. The run's folders live in memory and go with the run, so neither
+// means anything to the page.
+const engineOwn = (name) => name === '.kestro-outputs' || name.startsWith('.kestro~');
 
 // The bytes of an output sent to the page, back in its file.
 function takeBack(node) {
@@ -106,37 +110,26 @@ function takeBack(node) {
   delete node.lent;
 }
 
-// Every way the engine reaches a file's bytes passes takeBack first; a file
-// opened to be rewritten starts empty anyway.
-const O_TRUNC = 512;
+// Every way the engine reaches a lent file's bytes (opening, reading,
+// writing or resizing it, by any path or link) passes takeBack first. A file
+// rewritten from its start needs no bytes back.
 function guardLentFiles() {
-  const { open, read, write, truncate, ftruncate } = FS;
-  FS.open = function (path, flags, ...rest) {
-    if (typeof path === 'string') {
-      const found = FS.analyzePath(path);
-      if (found.exists && found.object.lent) {
-        if (flags & O_TRUNC) found.object.usedBytes = 0, delete found.object.lent;
-        else takeBack(found.object);
-      }
-    }
-    return open.call(this, path, flags, ...rest);
+  const file = FS.filesystems.MEMFS.ops_table.file;
+  const { setattr } = file.node;
+  const { read, write } = file.stream;
+  file.node.setattr = (node, attr) => {
+    if (node.lent && attr.size === 0) node.usedBytes = 0, delete node.lent;
+    else if (attr.size !== undefined) takeBack(node);
+    return setattr(node, attr);
   };
-  FS.read = function (stream, ...rest) {
+  file.stream.open = (stream) => takeBack(stream.node);
+  file.stream.read = (stream, ...rest) => {
     takeBack(stream.node);
-    return read.call(this, stream, ...rest);
+    return read(stream, ...rest);
   };
-  FS.write = function (stream, ...rest) {
+  file.stream.write = (stream, ...rest) => {
     takeBack(stream.node);
-    return write.call(this, stream, ...rest);
-  };
-  FS.truncate = function (path, ...rest) {
-    if (typeof path === 'string') takeBack(FS.analyzePath(path).object);
-    return truncate.call(this, path, ...rest);
-  };
-  FS.ftruncate = function (fd, ...rest) {
-    const stream = FS.getStream(fd);
-    if (stream) takeBack(stream.node);
-    return ftruncate.call(this, fd, ...rest);
+    return write(stream, ...rest);
   };
 }
 
@@ -145,12 +138,21 @@ function guardLentFiles() {
 function sendOutputs(last = false) {
   const root = `/run/${runNumber}`;
   if (!FS.analyzePath(root).exists) return;
+  const paths = [];
   for (const folder of FS.readdir(root)) {
     if (folder === '.' || folder === '..') continue;
     for (const name of FS.readdir(`${root}/${folder}`)) {
-      if (name !== '.' && name !== '..') sendOutput(`${root}/${folder}/${name}`, last);
+      if (name !== '.' && name !== '..') paths.push(`${root}/${folder}/${name}`);
     }
   }
+  sendEach(paths, last);
+}
+
+// The outputs among `paths`, in one message.
+function sendEach(paths, last) {
+  const batch = [];
+  for (const path of new Set(paths)) sendOutput(path, last, batch);
+  if (batch.length) post({ type: 'outputs', outputs: batch }, batch.map((o) => o.bytes.buffer));
 }
 
 function removeTree(path) {

@@ -161,7 +161,9 @@ export function convertNatively(paths, args) {
   const inputs = new Set(paths.map((p) => basename(p)));
   const written = new Map();
   for (const name of readdirSync(dir)) {
-    if (!inputs.has(name) && statSync(join(dir, name)).isFile()) written.set(name, readFileSync(join(dir, name)));
+    // The record of Kestro's own outputs holds this folder's times; the page has none.
+    if (inputs.has(name) || name === '.kestro-outputs' || !statSync(join(dir, name)).isFile()) continue;
+    written.set(name, readFileSync(join(dir, name)));
   }
   rmSync(dir, { recursive: true, force: true });
   return { dir, written, err, out };
