@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "WindowTestSupport.h"
 #include "app/KestroWindow.h"
 #include "plot/SpecPlot.h"
 
@@ -42,17 +43,9 @@ class KestroWindowTest : public QObject {
         }
         template <typename W>
         W* get(const char* name) {
-            W* w = window.findChild<W*>(name);
-            if (!w) qFatal("no control %s", name);
-            return w;
+            return testing::control<W>(window, name);
         }
-        QString file(const QString& name, const QByteArray& bytes) {
-            const QString path = dir.filePath(name);
-            QFile f(path);
-            f.open(QIODevice::WriteOnly);
-            f.write(bytes);
-            return path;
-        }
+        QString file(const QString& name, const QByteArray& bytes) { return testing::writeTestFile(dir, name, bytes); }
         void click(const char* button) { QTest::mouseClick(get<QPushButton>(button), Qt::LeftButton); }
         void tick(const char* box) { QTest::mouseClick(get<QCheckBox>(box), Qt::LeftButton); }
         // Shows the folder with `pattern` typed, and selects the named files.

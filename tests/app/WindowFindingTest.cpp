@@ -23,6 +23,7 @@
 #include <QtTest>
 #include <cmath>
 
+#include "WindowTestSupport.h"
 #include "app/KestroWindow.h"
 #include "plot/PlotView.h"
 #include "plot/SpecPlot.h"
@@ -66,17 +67,9 @@ struct Window {
     }
     template <typename W>
     W* get(const char* name) {
-        W* w = window.findChild<W*>(name);
-        if (!w) qFatal("no control %s", name);
-        return w;
+        return testing::control<W>(window, name);
     }
-    QString file(const QString& name, const QByteArray& bytes) {
-        const QString path = dir.filePath(name);
-        QFile f(path);
-        f.open(QIODevice::WriteOnly);
-        f.write(bytes);
-        return path;
-    }
+    QString file(const QString& name, const QByteArray& bytes) { return testing::writeTestFile(dir, name, bytes); }
     void queue(const QStringList& names) {
         for (const QString& name : names) window.session().addToQueue(name.toStdString(), dir.filePath(name).toStdString());
     }
