@@ -42,7 +42,8 @@ convert_with() {
 }
 convert_with "$work/root/usr/bin/kestro-convert" packaged
 convert_with "$PWD/build/bin/kestro-convert" built
-if ! diff -r "$work/packaged" "$work/built"; then
+# The record of the outputs holds their write times, which differ by run.
+if ! diff -r --exclude=.kestro-outputs "$work/packaged" "$work/built"; then
   echo "package-check: the packaged kestro-convert converts differently" >&2
   exit 1
 fi
