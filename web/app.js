@@ -26,6 +26,24 @@ window.kestroPage = { plot, outputs: () => outputs, state: () => engineState, qu
 
 // ---- the engine's worker ----
 
+// The end of a run beeps, as the desktop program does: a short tone, where
+// the browser lets a page make sound.
+let audio = null;
+function beep() {
+  try {
+    audio ??= new AudioContext();
+    const tone = audio.createOscillator();
+    const gain = audio.createGain();
+    gain.gain.value = 0.1;
+    tone.frequency.value = 880;
+    tone.connect(gain).connect(audio.destination);
+    tone.start();
+    tone.stop(audio.currentTime + 0.12);
+  } catch {
+    // No sound here: the run goes on silently.
+  }
+}
+
 function startWorker() {
   worker = new Worker('worker.js');
   answers = self.crossOriginIsolated ? new Int32Array(new SharedArrayBuffer(8)) : null;
@@ -56,6 +74,7 @@ function handle(m) {
       $('ProgressBar1').value = m.value;
       break;
     case 'beep':
+      beep();
       break;
     case 'box':
       showBox(m.text, m.icon, m.yesNo);
