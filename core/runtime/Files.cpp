@@ -115,11 +115,14 @@ std::string writableTarget(const std::string& path) {
 }
 }  // namespace
 
-ObservingOutputs::ObservingOutputs(OutputObserver* observer) : previous_(outputObserver) { outputObserver = observer; }
-ObservingOutputs::~ObservingOutputs() { outputObserver = previous_; }
-
-GuardingOutputs::GuardingOutputs(OutputGuard* guard) : previous_(outputGuard) { outputGuard = guard; }
-GuardingOutputs::~GuardingOutputs() { outputGuard = previous_; }
+template <>
+OutputObserver*& Installing<OutputObserver>::slot() {
+    return outputObserver;
+}
+template <>
+OutputGuard*& Installing<OutputGuard>::slot() {
+    return outputGuard;
+}
 
 InjectingWriteFault::InjectingWriteFault(WriteFault fault) {
     injectedFault = fault;

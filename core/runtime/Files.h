@@ -91,17 +91,6 @@ public:
     virtual std::string readFrom(const std::string& path) = 0;
 };
 
-class GuardingOutputs {
-public:
-    explicit GuardingOutputs(OutputGuard* guard);
-    ~GuardingOutputs();
-    GuardingOutputs(const GuardingOutputs&) = delete;
-    GuardingOutputs& operator=(const GuardingOutputs&) = delete;
-
-private:
-    OutputGuard* previous_;
-};
-
 // For tests: the outputs fail as a full disk, a refused access or a failing
 // device would make them fail, until the object goes out of scope.
 struct WriteFault {
@@ -128,17 +117,26 @@ public:
     virtual void outputOpened(const std::string& path, OutputFile::Mode mode) = 0;
 };
 
-// Installs `observer` until the guard goes out of scope (the previous one is
-// restored then).
-class ObservingOutputs {
+// Installs a run's hook (an OutputGuard or an OutputObserver) until the
+// object goes out of scope; the previous one comes back then.
+template <typename Hook>
+class Installing {
 public:
-    explicit ObservingOutputs(OutputObserver* observer);
-    ~ObservingOutputs();
-    ObservingOutputs(const ObservingOutputs&) = delete;
-    ObservingOutputs& operator=(const ObservingOutputs&) = delete;
+    explicit Installing(Hook* hook) : previous_(slot()) { slot() = hook; }
+    ~Installing() { slot() = previous_; }
+    Installing(const Installing&) = delete;
+    Installing& operator=(const Installing&) = delete;
 
 private:
-    OutputObserver* previous_;
+    static Hook*& slot();
+    Hook* previous_;
 };
+template <>
+OutputGuard*& Installing<OutputGuard>::slot();
+template <>
+OutputObserver*& Installing<OutputObserver>::slot();
+
+using GuardingOutputs = Installing<OutputGuard>;
+using ObservingOutputs = Installing<OutputObserver>;
 
 }  // namespace kestro
