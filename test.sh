@@ -24,7 +24,7 @@ NODE_PATH=/usr/share/nodejs cmake --build build-web
 node build-web/kestro_tests.js
 echo "-- The command-line tests against the WebAssembly converter"
 KESTRO_CONVERT_COMMAND="node '$PWD/build-web/kestro-convert.js'" build/bin/kestro_tests --gtest_filter='CliTest.*'
-scripts/compare-web-cli.sh build/bin/kestro-convert build-web/kestro-convert.js
+scripts/compare-converters.sh build/bin/kestro-convert web node build-web/kestro-convert.js
 echo "-- The page in Chromium"
 (cd web && node --test --test-concurrency=1 tests/)
 

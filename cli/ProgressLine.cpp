@@ -1,11 +1,11 @@
 #include "cli/ProgressLine.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 
 #include "core/runtime/Portable.h"
+#include "core/runtime/System.h"
 
 namespace kestro {
 
@@ -36,9 +36,8 @@ ProgressLine::ProgressLine(std::FILE* terminal, size_t columns) : terminal_(term
 
 ProgressLine ProgressLine::onStandardError() {
     if (!portable::isTerminal(STDERR_FILENO)) return ProgressLine(nullptr, 0);
-    winsize size{};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return ProgressLine(stderr, known ? size.ws_col : 80);
+    const size_t columns = sys::terminalColumns(STDERR_FILENO);
+    return ProgressLine(stderr, columns > 0 ? columns : 80);
 }
 
 std::string ProgressLine::text(size_t done, size_t total, const std::string& name, size_t columns) {

@@ -1,6 +1,4 @@
 // kestro-convert: the batch driver without a window, for scripts and tests.
-#include <unistd.h>
-
 #include <cstdio>
 #include <iostream>
 #include <optional>
@@ -11,6 +9,7 @@
 #include "cli/ProgressLine.h"
 #include "core/FormatTable.h"
 #include "core/Session.h"
+#include "core/runtime/System.h"
 
 namespace {
 
@@ -114,22 +113,22 @@ std::optional<int> formatChoice(const std::string& text) {
 }
 
 std::string absolutePath(const std::string& path) {
-    if (!path.empty() && path[0] == '/') return path;
-    std::vector<char> buf(4096);
-    while (!getcwd(buf.data(), buf.size())) buf.resize(buf.size() * 2);
-    std::string dir(buf.data());
-    return dir == "/" ? "/" + path : dir + "/" + path;
+    if (sys::isAbsolute(path)) return path;
+    const std::string dir = sys::currentFolder();
+    // A folder that ends in its separator: "/", or a drive's "C:\".
+    return !dir.empty() && sys::isFolderSeparator(dir.back()) ? dir + path : dir + "/" + path;
 }
 
 std::string baseName(const std::string& path) {
-    size_t slash = path.rfind('/');
+    size_t slash = sys::lastSeparator(path);
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 // Returns an exit status when the program is to stop at once.
-std::optional<int> parse(int argc, char** argv, Options& o) {
+std::optional<int> parse(const std::vector<std::string>& argv, Options& o) {
+    const size_t argc = argv.size();
     bool onlyFiles = false;
-    for (int i = 1; i < argc; ++i) {
+    for (size_t i = 1; i < argc; ++i) {
         std::string a = argv[i];
         auto value = [&](std::string& out) {
             if (i + 1 >= argc) return false;
@@ -184,8 +183,9 @@ int exitStatus(RunOutcome outcome) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    sys::useUtf8Terminal();
     Options options;
-    if (auto stop = parse(argc, argv, options)) return *stop;
+    if (auto stop = parse(sys::arguments(argc, argv), options)) return *stop;
 
     ConsoleHost host(options.answer);
     Session form(host);

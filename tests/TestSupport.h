@@ -2,11 +2,14 @@
 // For the tests: a fresh folder, whole-file writes and reads, the run-time
 // error an action raises, and conversions run as a front end runs them.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <utime.h>
+#ifdef KESTRO_CONVERT
+#include <sys/wait.h>
+#endif
 
+#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -24,6 +27,7 @@
 #include "core/Session.h"
 #include "core/runtime/BinaryOutput.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 #include "core/runtime/TextInput.h"
 
 namespace kestro::testing {
@@ -31,8 +35,19 @@ namespace kestro::testing {
 class TempDir {
 public:
     TempDir() {
+#ifdef _WIN32
+        // No mkdtemp: kestro-test-<process>-<count>, made where it is free.
+        static std::atomic<unsigned> count{0};
+        std::filesystem::path made;
+        do {
+            made = std::filesystem::temp_directory_path() / "kestro-test-";
+            made += std::to_string(sys::processId()) + "-" + std::to_string(++count);
+        } while (!std::filesystem::create_directory(made));
+        path_ = made.string();
+#else
         std::string pattern = (std::filesystem::temp_directory_path() / "kestro-test-XXXXXX").string();
         path_ = mkdtemp(pattern.data());
+#endif
     }
     ~TempDir() {
         std::error_code ignored;
@@ -70,8 +85,7 @@ inline void setFileTime(const std::string& path, std::time_t when) {
 // Sets a file's modification time and returns how line 4 of an SPE file shows it.
 inline std::string setModified(const std::string& path, std::time_t when) {
     setFileTime(path, when);
-    std::tm tm{};
-    localtime_r(&when, &tm);
+    const std::tm tm = sys::localTime(when);
     char text[32];
     std::strftime(text, sizeof text, "%d-%m-%Y  %H:%M:%S", &tm);
     return text;
@@ -155,7 +169,7 @@ public:
         copy.sharedRealTime = form.sharedRealTime;
         // Folders in the way of an output stand in the twin's way too.
         for (const auto& entry : std::filesystem::directory_iterator(originalDir.path()))
-            if (entry.is_directory()) std::filesystem::create_directory(twin->dir_.file(entry.path().filename()));
+            if (entry.is_directory()) std::filesystem::create_directory(twin->dir_.file(entry.path().filename().string()));
         for (size_t i = 0; i < form.List2.size(); ++i) {
             const std::string& path = form.List2[i];
             const std::string copyPath = twin->dir_.file(std::filesystem::path(path).filename().string());

@@ -1,25 +1,24 @@
 #include "core/runtime/BinaryStream.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "core/runtime/Files.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 
 namespace kestro {
 
 BinaryStream::BinaryStream(const std::string& path) {
-    file_ = std::fopen(inputLocation(path).c_str(), "rb");
+    file_ = sys::openFile(inputLocation(path), "rb");
     if (!file_) raise(errno == ENOENT ? err::FileNotFound : err::PathFileAccess);
-    struct stat st {};
-    if (::fstat(fileno(file_), &st) != 0 || S_ISDIR(st.st_mode)) {
+    sys::FileInfo info;
+    if (!sys::openFileInfo(file_, info) || info.folder) {
         std::fclose(file_);
         file_ = nullptr;
         raise(err::PathFileAccess);
     }
-    length_ = static_cast<int64_t>(st.st_size);
+    length_ = static_cast<int64_t>(info.size);
 }
 
 BinaryStream::~BinaryStream() {

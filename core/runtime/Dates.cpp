@@ -5,6 +5,8 @@
 #include <ctime>
 #include <vector>
 
+#include "core/runtime/System.h"
+
 namespace kestro {
 
 namespace {
@@ -79,8 +81,7 @@ DateParts splitDate(DateValue d) {
 
 DateValue dateFromUnixSeconds(int64_t seconds) {
     std::time_t t = static_cast<std::time_t>(seconds);
-    std::tm tm{};
-    localtime_r(&t, &tm);
+    const std::tm tm = sys::localTime(t);
     return makeDate({tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec});
 }
 

@@ -1,31 +1,16 @@
 #include "core/runtime/NumberTextExtras.h"
 
 #include <algorithm>
-#include <clocale>
 #include <cmath>
 #include <cstring>
-#include <langinfo.h>
-#include <locale.h>
 
 #include "core/runtime/NumberText.h"
+#include "core/runtime/System.h"
 
 namespace kestro {
 
-namespace {
-
-char readLocaleSeparator() {
-    locale_t user = newlocale(LC_NUMERIC_MASK, "", static_cast<locale_t>(nullptr));
-    if (!user) return '.';
-    const char* radix = nl_langinfo_l(RADIXCHAR, user);
-    const char separator = radix && std::strlen(radix) == 1 ? radix[0] : '.';
-    freelocale(user);
-    return separator;
-}
-
-}  // namespace
-
 char localeDecimalSeparator() {
-    static const char separator = readLocaleSeparator();
+    static const char separator = sys::userDecimalSeparator() ? sys::userDecimalSeparator() : '.';
     return separator;
 }
 

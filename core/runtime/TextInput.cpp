@@ -1,7 +1,5 @@
 #include "core/runtime/TextInput.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -12,6 +10,7 @@
 #include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 
 namespace kestro {
 
@@ -64,11 +63,11 @@ struct TextReader::Source {
 
 TextReader::TextReader(const std::string& path, Streamed) : source_(std::make_unique<Source>()) {
     Source& s = *source_;
-    s.file = std::fopen(inputLocation(path).c_str(), "rb");
+    s.file = sys::openFile(inputLocation(path), "rb");
     if (!s.file) raise(errno == ENOENT ? err::FileNotFound : err::PathFileAccess);
-    struct stat st {};
-    if (::fstat(fileno(s.file), &st) != 0 || S_ISDIR(st.st_mode)) raise(err::PathFileAccess);
-    s.blockSize = static_cast<size_t>(std::clamp<int64_t>(st.st_size, 1, static_cast<int64_t>(StreamBlock)));
+    sys::FileInfo info;
+    if (!sys::openFileInfo(s.file, info) || info.folder) raise(err::PathFileAccess);
+    s.blockSize = static_cast<size_t>(std::clamp<int64_t>(static_cast<int64_t>(info.size), 1, static_cast<int64_t>(StreamBlock)));
     s.block.reset(new char[s.blockSize]);
     // The twin rule needs the whole file: a first look stops at the first CR.
     bool anyCr = false;
@@ -79,7 +78,7 @@ TextReader::TextReader(const std::string& path, Streamed) : source_(std::make_un
         anyCr = std::memchr(s.block.get(), '\r', got) != nullptr;
         lineFeeds += std::count(s.block.get(), s.block.get() + got, '\n');
     }
-    s.fileBytes = std::max<int64_t>(st.st_size, s.readBytes);
+    s.fileBytes = std::max<int64_t>(static_cast<int64_t>(info.size), s.readBytes);
     s.twin = !anyCr && lineFeeds > 0;
     s.length = s.fileBytes + (s.twin ? lineFeeds : 0);
     // A file that one block holds is not read twice.

@@ -1,6 +1,7 @@
 #include "core/runtime/TextOutput.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "core/runtime/NumberText.h"
 
@@ -55,8 +56,8 @@ int64_t TextWriter::column() const {
     // Only the part of the buffer not yet searched can hold a newer line end.
     const char* base = buffer_.data();
     if (buffer_.size() > scanned_) {
-        const void* last = memrchr(base + scanned_, '\n', buffer_.size() - scanned_);
-        if (last) lineStart_ = flushed_ + (static_cast<const char*>(last) - base) + 1;
+        const size_t last = std::string_view(base + scanned_, buffer_.size() - scanned_).rfind('\n');
+        if (last != std::string_view::npos) lineStart_ = flushed_ + static_cast<int64_t>(scanned_ + last) + 1;
     }
     scanned_ = buffer_.size();
     return flushed_ + static_cast<int64_t>(buffer_.size()) - lineStart_ + 1;

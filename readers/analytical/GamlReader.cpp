@@ -18,6 +18,7 @@
 #include "core/runtime/Files.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 #include "readers/Readers.h"
 
 namespace kestro {
@@ -190,14 +191,14 @@ void refuse(Session& form, const std::string& text, const std::string& workFile)
     form.host().messageBox(text, BoxIcon::Critical, BoxButtons::Ok);
     form.files.close(InputFile);
     form.files.close(HeaderFile);
-    if (!workFile.empty()) std::remove(workFile.c_str());
+    if (!workFile.empty()) sys::removeFile(workFile);
 }
 
 // The copy never takes the name of the input it is made from: an input that
 // is itself the current folder's "std_crlf.gaml" gets a copy of another name.
 std::string workFileFor(const std::string& fileName) {
     std::error_code e;
-    return std::filesystem::equivalent(fileName, WorkFile, e) ? std::string(WorkFile) + ".crlf" : WorkFile;
+    return std::filesystem::equivalent(sys::fsPath(fileName), WorkFile, e) ? std::string(WorkFile) + ".crlf" : WorkFile;
 }
 
 // A file without a single CR is read from a copy with CR LF line ends,

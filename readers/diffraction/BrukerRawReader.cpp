@@ -13,6 +13,7 @@
 #include "core/runtime/Dates.h"
 #include "core/runtime/NumberText.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 #include "readers/Readers.h"
 #include "readers/diffraction/RawScanLines.h"
 
@@ -275,7 +276,7 @@ void convertScan(Session& form, const std::string& fileName, Input& in) {
 // The log goes beside the input, where whoever looks at the failed file
 // finds it.
 std::string errorLogPath(const std::string& fileName) {
-    const size_t slash = fileName.find_last_of('/');
+    const size_t slash = sys::lastSeparator(fileName);
     return slash == std::string::npos ? "KestroErr.log" : fileName.substr(0, slash + 1) + "KestroErr.log";
 }
 
