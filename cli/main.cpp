@@ -59,6 +59,8 @@ public:
         if (buttons == BoxButtons::YesNo) line += a == Answer::Yes ? " -> yes" : " -> no";
         line += '\n';
         std::fwrite(line.data(), 1, line.size(), stderr);
+        // Windows buffers a redirected stderr too: the message keeps its place.
+        std::fflush(stderr);
         return a;
     }
     void plot(const PlotPoints&, int64_t, const std::string&) override {}
@@ -116,7 +118,7 @@ std::string absolutePath(const std::string& path) {
     if (sys::isAbsolute(path)) return path;
     const std::string dir = sys::currentFolder();
     // A folder that ends in its separator: "/", or a drive's "C:\".
-    return !dir.empty() && sys::isFolderSeparator(dir.back()) ? dir + path : dir + "/" + path;
+    return !dir.empty() && sys::isFolderSeparator(dir.back()) ? dir + path : dir + sys::FolderSeparator + path;
 }
 
 std::string baseName(const std::string& path) {
@@ -183,7 +185,7 @@ int exitStatus(RunOutcome outcome) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    sys::useUtf8Terminal();
+    sys::useStandardStreamsAsWritten();
     Options options;
     if (auto stop = parse(sys::arguments(argc, argv), options)) return *stop;
 

@@ -9,6 +9,7 @@
 
 #include "core/Session.h"
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 
 namespace kestro {
 
@@ -17,21 +18,22 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string normal(const std::string& path) {
-    if (!path.empty() && path[0] == '/' && path.find("/.") == std::string::npos && path.find("//") == std::string::npos)
+    if (!sys::BackslashSeparates && !path.empty() && path[0] == '/' && path.find("/.") == std::string::npos &&
+        path.find("//") == std::string::npos)
         return path;  // already absolute and plain, the common case
     std::error_code e;
-    const fs::path p = fs::absolute(path, e);
-    return e ? path : p.lexically_normal().string();
+    const fs::path p = fs::absolute(sys::fsPath(path), e);
+    return e ? path : sys::utf8Path(p.lexically_normal());
 }
 
 bool exists(const std::string& path) {
     std::error_code e;
-    return fs::exists(fs::symlink_status(path, e));
+    return fs::exists(fs::symlink_status(sys::fsPath(path), e));
 }
 
 std::string readRecord(const std::string& path) {
     std::string text;
-    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
+    if (std::FILE* f = sys::openFile(path, "rb")) {
         char block[1 << 14];
         size_t got;
         while ((got = std::fread(block, 1, sizeof block, f)) > 0) text.append(block, got);
@@ -45,11 +47,11 @@ std::string readRecord(const std::string& path) {
 // next time (they go to the trash, nothing is lost).
 void writeRecord(const std::string& path, const std::string& text) {
     const std::string temporary = temporaryNameBeside(path);
-    std::FILE* f = std::fopen(temporary.c_str(), "wbx");
+    std::FILE* f = sys::openFile(temporary, "wbx");
     if (!f) return;
     const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    if (std::fclose(f) == 0 && ok && std::rename(temporary.c_str(), path.c_str()) == 0) return;
-    std::remove(temporary.c_str());
+    if (std::fclose(f) == 0 && ok && sys::renameReplacing(temporary, path)) return;
+    sys::removeFile(temporary);
 }
 
 constexpr const char RecordHeading[] = "kestro outputs 1\n";
@@ -58,9 +60,11 @@ std::string recordLine(const std::string& name, uint64_t size, int64_t time) {
     return std::to_string(size) + ' ' + std::to_string(time) + ' ' + name + '\n';
 }
 
+// The folder of an absolute path; a root ("/", "C:\") keeps its separator.
 std::string folderPart(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
+    const size_t slash = sys::lastSeparator(path);
+    const bool root = slash == 0 || (sys::BackslashSeparates && slash == 2 && path[1] == ':');
+    return path.substr(0, root ? slash + 1 : slash);
 }
 
 }  // namespace
@@ -73,7 +77,7 @@ RunOutputGuard::RunOutputGuard(Session& form, Trash& trash) : form_(form), trash
 }
 
 RunOutputGuard::~RunOutputGuard() {
-    for (const std::string& copy : copies_) std::remove(copy.c_str());
+    for (const std::string& copy : copies_) sys::removeFile(copy);
     // Each record once more, one line a file still there.
     for (auto& [dir, folder] : folders_) {
         if (folder.log) std::fclose(folder.log);
@@ -89,7 +93,7 @@ void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::s
     folder.own[name] = stamp;
     folder.changed = true;
     if (!folder.log) {
-        folder.log = std::fopen((dir + "/" + RecordName).c_str(), "ab");
+        folder.log = sys::openFile(dir + "/" + RecordName, "ab");
         if (!folder.log) return;
         if (std::ftell(folder.log) == 0) std::fputs(RecordHeading, folder.log);
     }
@@ -109,7 +113,7 @@ void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::s
 // files that a killed run left there go then.
 RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::string& name) {
     const std::string dir = folderPart(path);
-    name = path.substr(path.rfind('/') + 1);
+    name = path.substr(sys::lastSeparator(path) + 1);
     auto [it, added] = folders_.try_emplace(dir);
     if (!added) return it->second;
     Folder& folder = it->second;
@@ -129,10 +133,10 @@ RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::s
         }
     }
     std::error_code e;
-    for (fs::directory_iterator entry(dir, e), end; !e && entry != end; entry.increment(e)) {
+    for (fs::directory_iterator entry(sys::fsPath(dir), e), end; !e && entry != end; entry.increment(e)) {
         long pid = 0;
-        const std::string entryName = entry->path().filename().string();
-        if (isTemporaryOutputName(entryName, pid) && !processRuns(pid)) std::remove(entry->path().c_str());
+        const std::string entryName = sys::utf8Path(entry->path().filename());
+        if (isTemporaryOutputName(entryName, pid) && !sys::processRuns(pid)) sys::removeFile(sys::utf8Path(entry->path()));
     }
     return folder;
 }
@@ -167,8 +171,8 @@ void RunOutputGuard::replacing(const std::string& given) {
     if (queued && !trash_.saysWhere()) {
         // Read from a copy of its own, as the trash does not say where it is.
         std::error_code e;
-        kept = temporaryNameBeside((fs::temp_directory_path(e) / "x").string());
-        if (e || !fs::copy_file(path, kept, e) || e) raise(err::PathFileAccess);
+        kept = temporaryNameBeside(sys::utf8Path(fs::temp_directory_path(e) / "x"));
+        if (e || !fs::copy_file(sys::fsPath(path), sys::fsPath(kept), e) || e) raise(err::PathFileAccess);
         copies_.push_back(kept);
     }
     std::string where;

@@ -2,9 +2,8 @@
 # Converts the example files and the real samples with the native
 # kestro-convert and with another build of it (the WebAssembly one under
 # node, the Windows one under wine), and compares every output and message
-# byte for byte; only the folder names, the clock texts (dd-mm-yyyy
-# hh:mm:ss) and, in the messages, the line ends and folder separators may
-# differ.
+# byte for byte; only the folder names (Windows writes its own separators
+# in them) and the clock texts (dd-mm-yyyy hh:mm:ss) may differ.
 #   scripts/compare-converters.sh NATIVE_CONVERTER NAME OTHER_CONVERTER...
 #   e.g. scripts/compare-converters.sh build/bin/kestro-convert web node build-web/kestro-convert.js
 #        scripts/compare-converters.sh build/bin/kestro-convert windows wine build-win/bin/kestro-convert.exe
@@ -41,17 +40,30 @@ convert_samples() {
   done
 }
 
+# Folder and file names beyond ASCII, a file in the way of an output (it
+# goes to the trash) and a second run over the first one's outputs.
+convert_names() {
+  local into="$1/names é 日本"
+  shift
+  mkdir -p "$into"
+  cp -p "$root/examples/ortec.chn" "$into/spëktrum.chn"
+  cp -p "$root/examples/iaea.spe" "$into/ïaea.spe"
+  echo foreign >"$into/spëktrum.odf"
+  (cd "$into" && for run in 1 2; do echo "\$ run $run"; "$@" --spe spëktrum.chn ïaea.spe 2>&1 || echo "exit $?"; done) >"$into.log"
+}
+
 "$root"/scripts/convert-examples.sh "$work/native/examples" "$native"
 "$root"/scripts/convert-examples.sh "$work/$name/examples" "${other[@]}"
 convert_samples "$work/native/samples" "$native"
 convert_samples "$work/$name/samples" "${other[@]}"
+convert_names "$work/native" "$native"
+convert_names "$work/$name" "${other[@]}"
 
+# The Windows converter names the work folder Z:\tmp\... (wine's drive for
+# the machine's files), with its own separators.
+work_windows=$(printf 'Z:%s' "$work" | sed 's#/#\\\\#g')
 masked() {
-  local lines=()
-  # The messages: line ends and folder separators as the system has them.
-  [[ $1 == *.log ]] && lines=(-e 's#\r$##' -e 's#\\#/#g')
-  # Under wine the machine's files are on drive Z:.
-  LC_ALL=C sed -E "${lines[@]}" -e "s#(Z:)?$work/(native|$name)#OUT#g" \
+  LC_ALL=C sed -E -e "/$work_windows/s#\\\\#/#g" -e "s#(Z:)?$work/(native|$name)#OUT#g" \
     -e 's#(node |wine )?[^ ]*kestro-convert(\.js|\.exe)?#CONVERT#g' \
     -e 's#[0-9]{2}-[0-9]{2}-[0-9]{4} +[0-9]{2}:[0-9]{2}:[0-9]{2}#CLOCK#g' "$1"
 }

@@ -99,7 +99,7 @@ TEST(OutputFileTest, AnOpenOutputHasATemporaryNameAndADroppedOneTakesItsNameUnle
         long pid = 0;
         EXPECT_TRUE(isTemporaryOutputName(names[0], pid)) << names[0];
         EXPECT_EQ(pid, static_cast<long>(getpid()));
-        EXPECT_TRUE(processRuns(pid));
+        EXPECT_TRUE(sys::processRuns(pid));
     }  // dropped by an error path elsewhere: what it holds takes the name
     EXPECT_EQ(readFile(path), "whole\r\n");
 

@@ -1,10 +1,5 @@
 #include "core/runtime/Files.h"
 
-#include <signal.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -12,6 +7,7 @@
 #include <optional>
 
 #include "core/runtime/RuntimeError.h"
+#include "core/runtime/System.h"
 #include "core/runtime/TextInput.h"
 
 namespace kestro {
@@ -23,10 +19,10 @@ namespace {
     raise(err::PathFileAccess);
 }
 
-struct stat statOrRaise(const std::string& path) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) raiseForErrno(errno);
-    return st;
+sys::FileInfo infoOrRaise(const std::string& path) {
+    sys::FileInfo info;
+    if (!sys::pathInfo(path, info)) raiseForErrno(errno);
+    return info;
 }
 
 }  // namespace
@@ -38,21 +34,21 @@ std::string reserveLarge(size_t capacity) {
     if (capacity >= 2 * LargePage) {
         uintptr_t begin = (reinterpret_cast<uintptr_t>(s.data()) + LargePage - 1) & ~(LargePage - 1);
         uintptr_t end = (reinterpret_cast<uintptr_t>(s.data()) + capacity) & ~(LargePage - 1);
-        if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+        if (end > begin) sys::adviseLargePages(reinterpret_cast<void*>(begin), end - begin);
     }
     return s;
 }
 
 std::string readWholeFile(const std::string& path) {
-    std::FILE* f = std::fopen(inputLocation(path).c_str(), "rb");
+    std::FILE* f = sys::openFile(inputLocation(path), "rb");
     if (!f) raiseForErrno(errno);
-    struct stat st {};
-    if (::fstat(fileno(f), &st) != 0 || S_ISDIR(st.st_mode)) {
+    sys::FileInfo info;
+    if (!sys::openFileInfo(f, info) || info.folder) {
         std::fclose(f);
         raise(err::PathFileAccess);
     }
-    std::string data = reserveLarge(static_cast<size_t>(st.st_size));
-    data.resize(static_cast<size_t>(st.st_size));
+    std::string data = reserveLarge(static_cast<size_t>(info.size));
+    data.resize(static_cast<size_t>(info.size));
     size_t got = std::fread(data.data(), 1, data.size(), f);
     // A file that grows while it is read is taken as it was at the start;
     // one that shrinks is taken as far as it goes.
@@ -66,7 +62,7 @@ std::string readWholeFile(const std::string& path) {
 std::string readTextFile(const std::string& path) { return crLfTwin(readWholeFile(path)); }
 
 DateValue fileModified(const std::string& path) {
-    return dateFromUnixSeconds(statOrRaise(inputLocation(path)).st_mtime);
+    return dateFromUnixSeconds(infoOrRaise(inputLocation(path)).modifiedSeconds);
 }
 
 void writeWholeFile(const std::string& path, std::string_view bytes) {
@@ -87,7 +83,10 @@ int64_t bytesBeforeFault = 0;
 constexpr const char TemporaryPrefix[] = ".kestro~";
 
 [[noreturn]] void raiseWriteError(int e) {
-    if (e == ENOSPC || e == EDQUOT) raise(err::DiskFull);
+#ifdef EDQUOT
+    if (e == EDQUOT) raise(err::DiskFull);
+#endif
+    if (e == ENOSPC) raise(err::DiskFull);
     raise(err::PathFileAccess);
 }
 
@@ -100,17 +99,15 @@ constexpr const char TemporaryPrefix[] = ".kestro~";
 // through the link would reach it. One that could not be opened for writing
 // refuses as before, though the new bytes go elsewhere first.
 std::string writableTarget(const std::string& path) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) return path;  // a new file, the common case
+    sys::FileInfo info;
+    if (!sys::linkInfo(path, info)) return path;  // a new file, the common case
     std::string target = path;
-    if (S_ISLNK(st.st_mode)) {
-        char* resolved = ::realpath(path.c_str(), nullptr);
-        if (!resolved) return path;  // a dangling link is replaced by the file
-        target = resolved;
-        std::free(resolved);
-        if (::stat(target.c_str(), &st) != 0) return target;
+    if (info.link) {
+        target = sys::linkTarget(path);
+        if (target.empty()) return path;  // a dangling link is replaced by the file
+        if (!sys::pathInfo(target, info)) return target;
     }
-    if (S_ISDIR(st.st_mode) || ::access(target.c_str(), W_OK) != 0) raise(err::PathFileAccess);
+    if (info.folder || !sys::writable(target)) raise(err::PathFileAccess);
     return target;
 }
 }  // namespace
@@ -132,17 +129,17 @@ InjectingWriteFault::~InjectingWriteFault() { injectedFault.reset(); }
 
 std::string temporaryNameBeside(const std::string& path) {
     static std::atomic<unsigned> count{0};
-    const size_t slash = path.rfind('/');
+    const size_t slash = sys::lastSeparator(path);
     const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-    static const std::string process = std::to_string(static_cast<long>(::getpid()));
+    static const std::string process = std::to_string(sys::processId());
     return folder + TemporaryPrefix + process + "~" + std::to_string(++count);
 }
 
 bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified) {
-    struct stat st {};
-    if (::stat(path.c_str(), &st) != 0) return false;
-    size = static_cast<uint64_t>(st.st_size);
-    modified = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    sys::FileInfo info;
+    if (!sys::pathInfo(path, info)) return false;
+    size = info.size;
+    modified = info.modified;
     return true;
 }
 
@@ -156,25 +153,21 @@ bool isTemporaryOutputName(const std::string& name, long& pid) {
     return end != name.c_str() + n && *end == '~';
 }
 
-bool processRuns(long pid) {
-    return pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);
-}
-
 OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path), mode_(mode) {
     if (outputObserver) outputObserver->outputOpened(path, mode);
     if (injectedFault && injectedFault->kind == WriteFault::Kind::AccessDenied) raiseOpenError(EACCES);
     if (mode == Mode::Append) {
         target_ = path;
         if (outputGuard) outputGuard->appending(target_);
-        file_ = std::fopen(target_.c_str(), "ab");
+        file_ = sys::openFile(target_, "ab");
         if (!file_) raiseOpenError(errno);
-        struct stat st {};
-        if (::fstat(fileno(file_), &st) == 0) appendFrom_ = static_cast<int64_t>(st.st_size);
+        sys::FileInfo info;
+        if (sys::openFileInfo(file_, info)) appendFrom_ = static_cast<int64_t>(info.size);
         return;
     }
     target_ = writableTarget(path);
     temporary_ = temporaryNameBeside(target_);
-    file_ = std::fopen(temporary_.c_str(), "wbx");
+    file_ = sys::openFile(temporary_, "wbx");
     if (!file_) raiseOpenError(errno);
 }
 
@@ -204,7 +197,7 @@ void OutputFile::write(std::string_view bytes) {
         }
         bytesBeforeFault -= static_cast<int64_t>(allowed);
     }
-    if (allowed && std::fwrite(bytes.data(), 1, allowed, file_) != allowed) fail(errno);
+    if (allowed && std::fwrite(bytes.data(), 1, allowed, file_) != allowed) fail(sys::lastWriteError(target_));
     if (faultError) fail(faultError);
     if (error_) raiseWriteError(error_);
 }
@@ -213,7 +206,7 @@ void OutputFile::close() {
     if (!file_) return;
     std::FILE* f = file_;
     file_ = nullptr;
-    if (std::fclose(f) != 0) fail(errno);
+    if (std::fclose(f) != 0) fail(sys::lastWriteError(target_));
     finish();
     if (error_) raiseWriteError(error_);
 }
@@ -222,7 +215,7 @@ void OutputFile::close() {
 void OutputFile::finish() {
     if (mode_ == Mode::Append) {
         if (error_) {
-            if (::truncate(target_.c_str(), static_cast<off_t>(appendFrom_)) != 0) return;
+            if (!sys::truncateFile(target_, appendFrom_)) return;
         } else if (outputGuard) {
             outputGuard->written(target_);
         }
@@ -232,13 +225,13 @@ void OutputFile::finish() {
         try {
             if (outputGuard) outputGuard->replacing(target_);
         } catch (...) {
-            std::remove(temporary_.c_str());
+            sys::removeFile(temporary_);
             throw;
         }
-        if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail(errno);
+        if (!sys::renameReplacing(temporary_, target_)) fail(errno);
     }
     if (error_) {
-        std::remove(temporary_.c_str());
+        sys::removeFile(temporary_);
         if (outputGuard) outputGuard->removed(target_);
         return;
     }

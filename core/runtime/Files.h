@@ -69,10 +69,9 @@ private:
 // A temporary name in the folder of `path`, unique to this process.
 std::string temporaryNameBeside(const std::string& path);
 // Temporary names are recognisable: a leading ".kestro~", the process id,
-// a count. True for such a name; `pid` is the process that made it.
+// a count. True for such a name; `pid` is the process that made it (whether
+// it still runs: sys::processRuns).
 bool isTemporaryOutputName(const std::string& name, long& pid);
-// Whether the process of that id still runs (a killed run's files do not).
-bool processRuns(long pid);
 
 // What a run decides about the files around its outputs. Installed by the
 // driver for the run; without one, outputs replace files in place.

@@ -24,6 +24,9 @@ inline constexpr bool BackslashSeparates = true;
 inline constexpr bool BackslashSeparates = false;
 #endif
 
+// The separator the system itself writes between folder and name.
+inline constexpr char FolderSeparator = BackslashSeparates ? '\\' : '/';
+
 inline bool isFolderSeparator(char c) { return c == '/' || (BackslashSeparates && c == '\\'); }
 
 // The position of the last folder separator in `path`, npos when none.
@@ -41,6 +44,10 @@ std::FILE* openFile(const std::string& path, const char* mode);
 bool removeFile(const std::string& path);
 // Renames `from` to `to`, replacing a file of that name.
 bool renameReplacing(const std::string& from, const std::string& to);
+// The error number of a write to `path` or its close that failed just now.
+// Windows' C library may call a full disk EINVAL: a volume without room
+// left is taken as the cause there.
+int lastWriteError(const std::string& path);
 // Cuts the file back to `length` bytes.
 bool truncateFile(const std::string& path, int64_t length);
 
@@ -77,8 +84,10 @@ char userDecimalSeparator();
 
 // The width of the terminal on descriptor `fd`, 0 when it is unknown.
 size_t terminalColumns(int fd);
-// Makes the terminal show the program's UTF-8 text as such.
-void useUtf8Terminal();
+// Standard output and error as on every system: bytes as written (Windows
+// would turn each LF into CR LF, and a CR LF into CR CR LF), and a terminal
+// that shows UTF-8 text as such.
+void useStandardStreamsAsWritten();
 
 // The program's arguments as UTF-8 (Windows passes them in its own code page).
 std::vector<std::string> arguments(int argc, char** argv);

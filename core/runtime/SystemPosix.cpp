@@ -55,6 +55,8 @@ bool renameReplacing(const std::string& from, const std::string& to) {
     return std::rename(from.c_str(), to.c_str()) == 0;
 }
 
+int lastWriteError(const std::string&) { return errno; }
+
 bool truncateFile(const std::string& path, int64_t length) {
     return ::truncate(path.c_str(), static_cast<off_t>(length)) == 0;
 }
@@ -118,7 +120,7 @@ size_t terminalColumns(int fd) {
     return ::ioctl(fd, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
-void useUtf8Terminal() {}
+void useStandardStreamsAsWritten() {}
 
 std::vector<std::string> arguments(int argc, char** argv) { return std::vector<std::string>(argv, argv + argc); }
 

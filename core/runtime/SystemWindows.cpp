@@ -109,6 +109,9 @@ std::string currentFolder() {
 }
 
 std::FILE* openFile(const std::string& path, const char* mode) {
+    // The C library allows 512 open files unless asked for more; a run can
+    // hold as many open as file numbers go, as on other systems.
+    static const bool raised [[maybe_unused]] = _setmaxstdio(2048) > 0;
     std::string plain;
     for (const char* m = mode; *m; ++m)
         if (*m != 'x') plain += *m;
@@ -116,8 +119,14 @@ std::FILE* openFile(const std::string& path, const char* mode) {
     // A file made anew only: the C library of older Windows knows no "x".
     const int fd = _wopen(wide(path).c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY, _S_IREAD | _S_IWRITE);
     if (fd < 0) return nullptr;
+    errno = 0;
     std::FILE* file = _fdopen(fd, plain.c_str());
-    if (!file) _close(fd);
+    if (!file) {
+        const int error = errno ? errno : EMFILE;
+        _close(fd);
+        _wremove(wide(path).c_str());
+        errno = error;
+    }
     return file;
 }
 
@@ -127,6 +136,16 @@ bool renameReplacing(const std::string& from, const std::string& to) {
     if (MoveFileExW(wide(from).c_str(), wide(to).c_str(), MOVEFILE_REPLACE_EXISTING)) return true;
     setErrnoFromSystem();
     return false;
+}
+
+int lastWriteError(const std::string& path) {
+    const int error = errno;
+    if (error == ENOSPC) return error;
+    const size_t slash = lastSeparator(path);
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    ULARGE_INTEGER free{};
+    if (GetDiskFreeSpaceExW(wide(folder).c_str(), &free, nullptr, nullptr) && free.QuadPart < 65536) return ENOSPC;
+    return error;
 }
 
 bool truncateFile(const std::string& path, int64_t length) {
@@ -221,7 +240,11 @@ size_t terminalColumns(int fd) {
     return static_cast<size_t>(screen.srWindow.Right - screen.srWindow.Left + 1);
 }
 
-void useUtf8Terminal() { SetConsoleOutputCP(CP_UTF8); }
+void useStandardStreamsAsWritten() {
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+    SetConsoleOutputCP(CP_UTF8);
+}
 
 std::vector<std::string> arguments(int argc, char** argv) {
     int n = 0;
