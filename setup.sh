@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Installs what is missing (Debian packages), builds Kestro into build/ and
-# its web page into build-web/, and converts the bundled example files into
-# a fresh output folder.
+# Installs what is missing (Debian packages), builds Kestro into build/, its
+# web page into build-web/ and the Windows kestro-convert.exe into build-win/,
+# and converts the bundled example files into a fresh output folder.
 set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ googletest libgtest-dev clang libclang-rt-14-dev time
           qt6-base-dev qt6-charts-dev libqt6opengl6-dev libdcmtk-dev
           dpkg-dev file lintian appstream   # these four build and check the Debian package
-          emscripten nodejs npm chromium)   # the web build, its page's packages and browser tests
+          emscripten nodejs npm chromium    # the web build, its page's packages and browser tests
+          g++-mingw-w64-x86-64-posix wine)  # the Windows cross build, its tests run under wine
 missing=()
 for p in "${packages[@]}"; do
   case $p in  # a node from elsewhere (with its own npm) serves as well as Debian's
@@ -32,6 +33,11 @@ cmake --build build
 (cd web && npm ci --no-audit --no-fund --loglevel=error)
 [ -f build-web/build.ninja ] || NODE_PATH=/usr/share/nodejs emcmake cmake -S . -B build-web -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 NODE_PATH=/usr/share/nodejs cmake --build build-web
+
+# The engine and kestro-convert for Windows, with their tests, into build-win/.
+[ -f build-win/build.ninja ] || cmake -S . -B build-win -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DKESTRO_APP=OFF >/dev/null
+cmake --build build-win
 
 out=build/examples-out
 rm -rf "$out"

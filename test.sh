@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Runs every test: the suite, the file-safety checks on a real file system
 # (a full tmpfs when run as root), the WebAssembly build (its unit tests, the
-# command-line tests, the page in Chromium), the Debian package check, the suite again under
-# AddressSanitizer and UndefinedBehaviorSanitizer, and each fuzz target for a
-# bounded time.
+# command-line tests, the page in Chromium), the Windows build under wine (its
+# unit tests, the outputs compared, the file-safety checks), the Debian
+# package check, the suite again under AddressSanitizer and
+# UndefinedBehaviorSanitizer, and each fuzz target for a bounded time.
 # "./test.sh quick" runs the suite alone.
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -27,6 +28,14 @@ KESTRO_CONVERT_COMMAND="node '$PWD/build-web/kestro-convert.js'" build/bin/kestr
 scripts/compare-converters.sh build/bin/kestro-convert web node build-web/kestro-convert.js
 echo "-- The page in Chromium"
 (cd web && node --test --test-concurrency=1 tests/)
+
+echo "== The Windows converter under wine (build-win/, built by setup.sh)"
+[ -f build-win/build.ninja ] || cmake -S . -B build-win -G Ninja -DCMAKE_BUILD_TYPE=Release \
+  -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DKESTRO_APP=OFF >/dev/null
+cmake --build build-win
+ctest --test-dir build-win --output-on-failure
+scripts/compare-converters.sh build/bin/kestro-convert windows scripts/wine-run.sh build-win/bin/kestro-convert.exe
+scripts/file-safety.sh scripts/wine-run.sh build-win/bin/kestro-convert.exe
 
 echo "== The Debian package"
 scripts/package-check.sh

@@ -2,7 +2,7 @@
 # Debian's MinGW-w64 (g++-mingw-w64-x86-64-posix):
 #   cmake -S . -B build-win -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake
 # The programs carry their C++ runtime, so each .exe runs alone; wine, when
-# installed, runs them for the tests.
+# installed, runs the tests (ctest --test-dir build-win).
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(KESTRO_MINGW x86_64-w64-mingw32)
@@ -20,7 +20,10 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
 
-find_program(KESTRO_WINE NAMES wine wine64)
+# ctest runs the tests under wine, through the script that keeps wine quiet
+# and in a folder of its own.
+find_program(KESTRO_WINE NAMES wine)
 if(KESTRO_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${KESTRO_WINE})
+  get_filename_component(KESTRO_SOURCE ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${KESTRO_SOURCE}/scripts/wine-run.sh)
 endif()

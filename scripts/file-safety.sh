@@ -9,11 +9,15 @@
 # recovered from the trash byte for byte.
 # Mounting needs root (CI runs as root); otherwise the full-disk part is skipped.
 #
-# Usage: scripts/file-safety.sh [CONVERTER]
+# Usage: scripts/file-safety.sh [CONVERTER...]
+#   the native converter by default; another build by the command that runs
+#   it (scripts/wine-run.sh build-win/bin/kestro-convert.exe)
 set -euo pipefail
 cd "$(dirname "$0")/.."
-conv=$(realpath "${1:-build/bin/kestro-convert}")
-[ -x "$conv" ] || { echo "file-safety: no converter at $conv" >&2; exit 2; }
+if [ $# -gt 0 ]; then conv=("$@"); else conv=(build/bin/kestro-convert); fi
+# Its program by its full name, as the runs change folder.
+for i in "${!conv[@]}"; do [ -f "${conv[$i]}" ] && conv[$i]=$(realpath "${conv[$i]}"); done
+[ -x "${conv[0]}" ] || { echo "file-safety: no converter at ${conv[0]}" >&2; exit 2; }
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/kestro-safety.XXXXXX")
 mnt=$work/full
@@ -46,7 +50,7 @@ check_whole() {
 
 mkdir -p "$work/ref"
 make_cnf "$work/ref" 40
-(cd "$work/ref" && "$conv" --spe ./*.cnf >/dev/null)
+(cd "$work/ref" && "${conv[@]}" --spe ./*.cnf >/dev/null)
 
 # ---- a full disk ----
 mkdir -p "$mnt"
@@ -57,7 +61,7 @@ elif ! mount -t tmpfs -o size=3m tmpfs "$mnt" 2>/dev/null; then
 else
   cp "$work"/ref/s000[0-1]?.cnf "$mnt"/
   rc=0
-  (cd "$mnt" && "$conv" --spe ./*.cnf >"$work/out" 2>"$work/err") || rc=$?
+  (cd "$mnt" && "${conv[@]}" --spe ./*.cnf >"$work/out" 2>"$work/err") || rc=$?
   [ $rc = 1 ] || fail "a full disk ended the run with status $rc"
   grep -q "Error 61 Disk full in 'ODF writing'" "$work/err" || fail "a full disk did not say 'Disk full': $(cat "$work/err")"
   grep -q "LOCKED" "$work/err" && fail "a full disk still speaks of a lock"
@@ -76,7 +80,7 @@ fi
 mkdir -p "$work/killed"
 cp "$work"/ref/*.cnf "$work/killed"/
 for round in 1 2 3; do
-  (cd "$work/killed" && exec "$conv" --spe ./*.cnf >/dev/null 2>&1) &
+  (cd "$work/killed" && exec "${conv[@]}" --spe ./*.cnf >/dev/null 2>&1) &
   pid=$!
   # Killed once some outputs are there, and another is being written.
   for _ in $(seq 1 2000); do
@@ -87,7 +91,7 @@ for round in 1 2 3; do
   wait "$pid" 2>/dev/null || true
   ALLOW_TEMPORARY=1 check_whole "$work/killed"
 done
-(cd "$work/killed" && "$conv" --spe ./*.cnf >/dev/null)
+(cd "$work/killed" && "${conv[@]}" --spe ./*.cnf >/dev/null)
 check_whole "$work/killed"
 echo "killed runs: no partial file under an output's name; leftovers cleared by the next run"
 
@@ -95,12 +99,12 @@ echo "killed runs: no partial file under an output's name; leftovers cleared by 
 rm -rf "$XDG_DATA_HOME/Trash"
 mkdir -p "$work/again"
 cp "$work"/ref/s0000?.cnf "$work/again"/
-(cd "$work/again" && "$conv" --spe ./*.cnf >/dev/null && "$conv" --spe ./*.cnf >/dev/null)
+(cd "$work/again" && "${conv[@]}" --spe ./*.cnf >/dev/null && "${conv[@]}" --spe ./*.cnf >/dev/null)
 [ -z "$(ls -A "$trash" 2>/dev/null)" ] || fail "re-running over Kestro's own outputs filled the trash: $(ls "$trash")"
 printf 'a note\r\n' >>"$work/again/s00001.odf"
 cp "$work/again/s00001.odf" "$work/edited"
 printf 'written by hand\r\n' >"$work/again/s00002.spe"
-(cd "$work/again" && "$conv" --spe ./*.cnf >/dev/null)
+(cd "$work/again" && "${conv[@]}" --spe ./*.cnf >/dev/null)
 [ "$(ls "$trash" | sort | tr '\n' ' ')" = "s00001.odf s00002.spe " ] || fail "the trash holds: $(ls "$trash")"
 cmp -s "$trash/s00001.odf" "$work/edited" || fail "the edited output is not in the trash as it was"
 [ "$(cat "$trash/s00002.spe")" = $'written by hand\r' ] || fail "the hand-written file is not in the trash as it was"
@@ -113,14 +117,14 @@ echo "trash: own unchanged outputs replaced in place; edited and foreign files k
 mkdir -p "$work/clash"
 printf ' 0  5 \r\n 1  7 \r\n' >"$work/clash/run1.odf"
 printf 'instrument data\r\n' >"$work/clash/run1.dat"
-(cd "$work/clash" && "$conv" run1.odf >/dev/null)
+(cd "$work/clash" && "${conv[@]}" run1.odf >/dev/null)
 [ "$(cat "$trash/run1.dat")" = $'instrument data\r' ] || fail "the instrument's run1.dat is not in the trash"
 cp tests/samples/cnf/SMP00011.CNF "$work/clash/a.cnf"
 cp tests/samples/spe/SGM102432.spe "$work/clash/a.spe"
 mkdir -p "$work/alone"
 cp tests/samples/spe/SGM102432.spe "$work/alone/a.spe"
-(cd "$work/alone" && "$conv" --spe a.spe >/dev/null)
-(cd "$work/clash" && "$conv" --spe a.cnf a.spe >/dev/null)
+(cd "$work/alone" && "${conv[@]}" --spe a.spe >/dev/null)
+(cd "$work/clash" && "${conv[@]}" --spe a.cnf a.spe >/dev/null)
 cmp -s "$trash/a.spe" tests/samples/spe/SGM102432.spe || fail "the queued a.spe is not in the trash as it was"
 cmp -s "$work/clash/a.odf" "$work/alone/a.odf" || fail "the queued a.spe did not convert as it would alone"
 echo "collisions: originals recovered from the trash byte for byte"
