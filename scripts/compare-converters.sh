@@ -19,6 +19,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # Any file an output replaces goes to a trash of the comparison's own.
 export XDG_DATA_HOME="$work/data"
+# The Windows build's Recycle Bin under wine is kept there too, once the folder exists.
+mkdir -p "$XDG_DATA_HOME"
 
 # The samples, one run per format folder, classic and modern readers alike;
 # DICOM needs DCMTK, which only the native build has.
@@ -64,7 +66,7 @@ convert_names "$work/$name" "${other[@]}"
 work_windows=$(printf 'Z:%s' "$work" | sed 's#/#\\\\#g')
 masked() {
   LC_ALL=C sed -E -e "/$work_windows/s#\\\\#/#g" -e "s#(Z:)?$work/(native|$name)#OUT#g" \
-    -e 's#(node |wine )?[^ ]*kestro-convert(\.js|\.exe)?#CONVERT#g' \
+    -e "s#${other[*]}#CONVERT#g" -e "s#$native#CONVERT#g" \
     -e 's#[0-9]{2}-[0-9]{2}-[0-9]{4} +[0-9]{2}:[0-9]{2}:[0-9]{2}#CLOCK#g' "$1"
 }
 compared=0

@@ -27,6 +27,8 @@ cleanup() {
 }
 trap cleanup EXIT
 export XDG_DATA_HOME=$work/data
+# The Windows build's Recycle Bin under wine is kept there too, once the folder exists.
+mkdir -p "$XDG_DATA_HOME"
 trash=$XDG_DATA_HOME/Trash/files
 
 fail() { echo "file-safety: $*" >&2; exit 1; }
