@@ -58,6 +58,14 @@ std::string recordLine(const std::string& name, uint64_t size, int64_t time) {
     return std::to_string(size) + ' ' + std::to_string(time) + ' ' + name + '\n';
 }
 
+// Names as a file system that ignores letter case compares them, near
+// enough: only a look by name can tell, so a false match costs one look.
+std::string foldedLetters(std::string name) {
+    for (char& c : name)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return name;
+}
+
 std::string folderPart(const std::string& path) {
     const size_t slash = path.rfind('/');
     return slash == 0 ? "/" : path.substr(0, slash);
@@ -74,26 +82,33 @@ RunOutputGuard::RunOutputGuard(Session& form, Trash& trash) : form_(form), trash
 
 RunOutputGuard::~RunOutputGuard() {
     for (const std::string& copy : copies_) std::remove(copy.c_str());
-    // Each record once more, one line a file still there.
     for (auto& [dir, folder] : folders_) {
         if (folder.log) std::fclose(folder.log);
-        if (!folder.changed) continue;
-        std::string text = RecordHeading;
-        for (const auto& [name, stamp] : folder.own)
-            if (exists(dir + "/" + name)) text += recordLine(name, stamp.size, stamp.time);
-        writeRecord(dir + "/" + RecordName, text);
+        saveRecord(dir, folder);
     }
 }
 
-void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::string& name, const Stamp& stamp) {
+// The lines added during the run are the whole record unless earlier runs
+// left lines (some of whose files may be gone) or a name was written twice;
+// then it is written once more, one line a file still there.
+void RunOutputGuard::saveRecord(const std::string& dir, const Folder& folder) const {
+    if (folder.writtenNow.empty() || (!folder.hadRecord && !folder.repeated)) return;
+    std::string text = RecordHeading;
+    for (const auto& [name, stamp] : folder.own)
+        if (folder.writtenNow.count(name) || exists(dir + "/" + name))
+            text += recordLine(name, stamp.size, stamp.modified);
+    writeRecord(dir + "/" + RecordName, text);
+}
+
+void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp) {
     folder.own[name] = stamp;
-    folder.changed = true;
+    if (!folder.writtenNow.insert(name).second) folder.repeated = true;
     if (!folder.log) {
         folder.log = std::fopen((dir + "/" + RecordName).c_str(), "ab");
         if (!folder.log) return;
         if (std::ftell(folder.log) == 0) std::fputs(RecordHeading, folder.log);
     }
-    std::fputs(recordLine(name, stamp.size, stamp.time).c_str(), folder.log);
+    std::fputs(recordLine(name, stamp.size, stamp.modified).c_str(), folder.log);
     // Lines reach the file a buffer or a quarter of a second at a time: a
     // killed run leaves at most those last outputs unrecorded (they go to
     // the trash next time, nothing is lost).
@@ -119,21 +134,27 @@ RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::s
         while (at < text.size()) {
             size_t end = text.find('\n', at);
             if (end == std::string::npos) break;  // a line cut short is not trusted
-            Stamp stamp;
+            FileStamp stamp;
             char* after = nullptr;
             stamp.size = std::strtoull(text.c_str() + at, &after, 10);
-            stamp.time = std::strtoll(after, &after, 10);
+            stamp.modified = std::strtoll(after, &after, 10);
             if (*after == ' ' && after + 1 < text.c_str() + end)
                 folder.own[std::string(static_cast<const char*>(after) + 1, text.c_str() + end)] = stamp;
             at = end + 1;
         }
     }
+    folder.hadRecord = !text.empty();
     std::error_code e;
     for (fs::directory_iterator entry(dir, e), end; !e && entry != end; entry.increment(e)) {
         long pid = 0;
         const std::string entryName = entry->path().filename().string();
-        if (isTemporaryOutputName(entryName, pid) && !processRuns(pid)) std::remove(entry->path().c_str());
+        if (isTemporaryOutputName(entryName, pid)) {
+            if (!processRuns(pid)) std::remove(entry->path().c_str());
+        } else {
+            folder.present.insert(foldedLetters(entryName));
+        }
     }
+    folder.listed = !e;
     return folder;
 }
 
@@ -142,8 +163,14 @@ bool RunOutputGuard::ownUnchanged(const std::string& path) {
     Folder& folder = folderOf(path, name);
     auto it = folder.own.find(name);
     if (it == folder.own.end()) return false;
-    Stamp now;
-    return fileStamp(path, now.size, now.time) && now == it->second;
+    FileStamp now;
+    return fileStamp(path, now) && now == it->second;
+}
+
+bool RunOutputGuard::mayExist(const std::string& given) {
+    std::string name;
+    Folder& folder = folderOf(normal(given), name);
+    return !folder.listed || folder.present.count(foldedLetters(name)) > 0;
 }
 
 bool RunOutputGuard::waitingInQueue(const std::string& path) const {
@@ -178,16 +205,14 @@ void RunOutputGuard::replacing(const std::string& given) {
     if (RunLogFile* f = logEntry()) f->replaced.push_back(path);
 }
 
-void RunOutputGuard::written(const std::string& given) {
+void RunOutputGuard::written(const std::string& given, const FileStamp* stamp) {
     const std::string path = normal(given);
     if (foreignAppends_.erase(path)) return;
     writtenThisRun_.insert(path);
     std::string name;
     Folder& folder = folderOf(path, name);
-    if (name.find('\n') != std::string::npos) return;
-    Stamp stamp;
-    if (!fileStamp(path, stamp.size, stamp.time)) return;
-    record(folderPart(path), folder, name, stamp);
+    if (name.find('\n') != std::string::npos || !stamp) return;
+    record(folderPart(path), folder, name, *stamp);
 }
 
 void RunOutputGuard::removed(const std::string& given) {

@@ -7,8 +7,11 @@
 // Kestro knows its own files by a small record in each folder it writes in,
 // ".kestro-outputs": the name, length and modification time of each output
 // it wrote there. A line is added as each output takes its name, so that a
-// killed run's finished outputs count as Kestro's too; the record is
-// rewritten once at the end of the run with one line a file.
+// killed run's finished outputs count as Kestro's too; at the end of the run
+// the record is rewritten with one line a file where earlier runs left lines.
+//
+// The names in a folder are listed once, when the run first writes there, so
+// that a new output needs no look before it is opened.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -16,6 +19,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "core/runtime/Files.h"
@@ -38,28 +42,29 @@ public:
     // The queued file of that index is being converted.
     void startingFile(size_t index) { current_ = index; }
 
+    bool mayExist(const std::string& path) override;
     void appending(const std::string& path) override;
     void replacing(const std::string& path) override;
-    void written(const std::string& path) override;
+    void written(const std::string& path, const FileStamp* stamp) override;
     void removed(const std::string& path) override;
     std::string readFrom(const std::string& path) override;
 
 private:
-    struct Stamp {
-        uint64_t size = 0;
-        int64_t time = 0;
-        bool operator==(const Stamp&) const = default;
-    };
     struct Folder {
-        std::map<std::string, Stamp> own;
-        std::FILE* log = nullptr;  // the record, open for a line per output
-        bool changed = false;
+        std::map<std::string, FileStamp> own;
+        std::unordered_set<std::string> present;  // names there at the first look, letters folded
+        bool listed = false;                      // that look succeeded
+        std::set<std::string> writtenNow;         // names this run wrote
+        std::FILE* log = nullptr;                 // the record, open for a line per output
+        bool hadRecord = false;                   // lines from earlier runs, to be checked at the end
+        bool repeated = false;                    // a name written twice: its older line goes
     };
     Folder& folderOf(const std::string& path, std::string& name);
     bool ownUnchanged(const std::string& path);
     bool waitingInQueue(const std::string& path) const;
     RunLogFile* logEntry();
-    void record(const std::string& dir, Folder& folder, const std::string& name, const Stamp& stamp);
+    void record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp);
+    void saveRecord(const std::string& dir, const Folder& folder) const;
 
     Session& form_;
     Trash& trash_;

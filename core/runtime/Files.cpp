@@ -1,5 +1,6 @@
 #include "core/runtime/Files.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -98,10 +99,12 @@ constexpr const char TemporaryPrefix[] = ".kestro~";
 
 // The file an output of that name goes to: a link's target, as a write
 // through the link would reach it. One that could not be opened for writing
-// refuses as before, though the new bytes go elsewhere first.
-std::string writableTarget(const std::string& path) {
+// refuses as before, though the new bytes go elsewhere first. `exists` tells
+// whether there was a file (or link) of that name.
+std::string writableTarget(const std::string& path, bool& exists) {
     struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) return path;  // a new file, the common case
+    exists = ::lstat(path.c_str(), &st) == 0;
+    if (!exists) return path;  // a new file, the common case
     std::string target = path;
     if (S_ISLNK(st.st_mode)) {
         char* resolved = ::realpath(path.c_str(), nullptr);
@@ -112,6 +115,30 @@ std::string writableTarget(const std::string& path) {
     }
     if (S_ISDIR(st.st_mode) || ::access(target.c_str(), W_OK) != 0) raise(err::PathFileAccess);
     return target;
+}
+
+FileStamp stampOf(const struct stat& st) {
+#ifdef __APPLE__
+    const struct timespec& m = st.st_mtimespec;
+#else
+    const struct timespec& m = st.st_mtim;
+#endif
+    return {static_cast<uint64_t>(st.st_size), static_cast<int64_t>(m.tv_sec) * 1000000000 + m.tv_nsec};
+}
+
+// Gives `from` the name `to` only if no file has that name; false when one
+// has, or when the system cannot rename that way (the caller then looks and
+// renames as usual).
+bool renameToFreeName(const std::string& from, const std::string& to) {
+#if defined(__linux__) && !defined(__EMSCRIPTEN__) && defined(RENAME_NOREPLACE)
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+#elif defined(__APPLE__)
+    return ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0;
+#else
+    (void)from;
+    (void)to;
+    return false;
+#endif
 }
 }  // namespace
 
@@ -138,11 +165,10 @@ std::string temporaryNameBeside(const std::string& path) {
     return folder + TemporaryPrefix + process + "~" + std::to_string(++count);
 }
 
-bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified) {
+bool fileStamp(const std::string& path, FileStamp& stamp) {
     struct stat st {};
     if (::stat(path.c_str(), &st) != 0) return false;
-    size = static_cast<uint64_t>(st.st_size);
-    modified = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    stamp = stampOf(st);
     return true;
 }
 
@@ -172,7 +198,13 @@ OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path), mode_(
         if (::fstat(fileno(file_), &st) == 0) appendFrom_ = static_cast<int64_t>(st.st_size);
         return;
     }
-    target_ = writableTarget(path);
+    // The run knows which names were there before it; a new one needs no look.
+    if (outputGuard && !outputGuard->mayExist(path)) {
+        target_ = path;
+        mayReplace_ = false;
+    } else {
+        target_ = writableTarget(path, mayReplace_);
+    }
     temporary_ = temporaryNameBeside(target_);
     file_ = std::fopen(temporary_.c_str(), "wbx");
     if (!file_) raiseOpenError(errno);
@@ -211,38 +243,58 @@ void OutputFile::write(std::string_view bytes) {
 
 void OutputFile::close() {
     if (!file_) return;
+    FileStamp stamp;
+    const bool stamped = stampBeforeClose(stamp);
     std::FILE* f = file_;
     file_ = nullptr;
     if (std::fclose(f) != 0) fail(errno);
-    finish();
+    finish(stamped ? &stamp : nullptr);
     if (error_) raiseWriteError(error_);
 }
 
+// The run's record of the file as written, taken from the open file once
+// everything is flushed: the close and the rename leave the length and the
+// modification time as they are, and no second look by name is needed.
+bool OutputFile::stampBeforeClose(FileStamp& stamp) {
+    if (!outputGuard || error_) return false;
+    if (std::fflush(file_) != 0) {
+        fail(errno);
+        return false;
+    }
+    struct stat st {};
+    if (::fstat(fileno(file_), &st) != 0) return false;
+    stamp = stampOf(st);
+    return true;
+}
+
 // After the close: the new file takes its name, or a failed one goes.
-void OutputFile::finish() {
+void OutputFile::finish(const FileStamp* stamp) {
     if (mode_ == Mode::Append) {
         if (error_) {
             if (::truncate(target_.c_str(), static_cast<off_t>(appendFrom_)) != 0) return;
         } else if (outputGuard) {
-            outputGuard->written(target_);
+            outputGuard->written(target_, stamp);
         }
         return;
     }
-    if (!error_) {
-        try {
-            if (outputGuard) outputGuard->replacing(target_);
-        } catch (...) {
-            std::remove(temporary_.c_str());
-            throw;
-        }
-        if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail(errno);
-    }
+    if (!error_) takeFinalName();
     if (error_) {
         std::remove(temporary_.c_str());
         if (outputGuard) outputGuard->removed(target_);
         return;
     }
-    if (outputGuard) outputGuard->written(target_);
+    if (outputGuard) outputGuard->written(target_, stamp);
+}
+
+void OutputFile::takeFinalName() {
+    if (!mayReplace_ && renameToFreeName(temporary_, target_)) return;
+    try {
+        if (outputGuard) outputGuard->replacing(target_);
+    } catch (...) {
+        std::remove(temporary_.c_str());
+        throw;
+    }
+    if (std::rename(temporary_.c_str(), target_.c_str()) != 0) fail(errno);
 }
 
 }  // namespace kestro
