@@ -66,6 +66,19 @@ std::string foldedLetters(std::string name) {
     return name;
 }
 
+constexpr const char JournalPrefix[] = "run-";
+constexpr size_t JournalPrefixLength = sizeof JournalPrefix - 1;
+
+// The temporary files that the process `pid` left in `dir`.
+void removeTemporaryFiles(const std::string& dir, long pid) {
+    std::error_code e;
+    for (fs::directory_iterator entry(dir, e), end; !e && entry != end; entry.increment(e)) {
+        long owner = 0;
+        if (isTemporaryOutputName(entry->path().filename().string(), owner) && owner == pid)
+            std::remove(entry->path().c_str());
+    }
+}
+
 std::string folderPart(const std::string& path) {
     const size_t slash = path.rfind('/');
     return slash == 0 ? "/" : path.substr(0, slash);
@@ -78,10 +91,58 @@ RunOutputGuard::RunOutputGuard(Session& form, Trash& trash) : form_(form), trash
         lastInQueue_[normal(p)] = queue_.size();
         queue_.push_back(normal(p));
     }
+    const std::string journals = journalFolder();
+    if (journals.empty()) return;
+    clearKilledRuns(journals);
+    journal_ = journals + "/" + JournalPrefix + std::to_string(currentProcessId());
+}
+
+std::string RunOutputGuard::journalFolder() {
+#ifdef __EMSCRIPTEN__
+    return {};  // in the browser every output is new and nothing outlives the page
+#else
+    const std::string data = userDataFolder();
+    return data.empty() ? data : data + "/kestro/runs";
+#endif
+}
+
+void RunOutputGuard::clearKilledRuns(const std::string& journals) {
+    std::error_code e;
+    for (fs::directory_iterator entry(journals, e), end; !e && entry != end; entry.increment(e)) {
+        const std::string name = entry->path().filename().string();
+        if (name.compare(0, JournalPrefixLength, JournalPrefix) != 0) continue;
+        char* after = nullptr;
+        const long pid = std::strtol(name.c_str() + JournalPrefixLength, &after, 10);
+        if (*after != '\0' || pid == currentProcessId() || processRuns(pid)) continue;
+        const std::string folders = readRecord(entry->path().string());
+        for (size_t at = 0, next; (next = folders.find('\n', at)) != std::string::npos; at = next + 1)
+            removeTemporaryFiles(folders.substr(at, next - at), pid);
+        std::remove(entry->path().c_str());
+    }
+}
+
+void RunOutputGuard::noteInJournal(const std::string& dir) {
+    if (journal_.empty() || dir.find('\n') != std::string::npos) return;
+    if (!journalFile_) {
+        std::error_code e;
+        fs::create_directories(folderPart(journal_), e);
+        journalFile_ = std::fopen(journal_.c_str(), "wb");
+        if (!journalFile_) {
+            journal_.clear();  // no journal: the folder's next run still clears them
+            return;
+        }
+    }
+    // On disk before the first temporary file goes into that folder.
+    std::fputs((dir + "\n").c_str(), journalFile_);
+    std::fflush(journalFile_);
 }
 
 RunOutputGuard::~RunOutputGuard() {
     for (const std::string& copy : copies_) std::remove(copy.c_str());
+    if (journalFile_) {
+        std::fclose(journalFile_);
+        std::remove(journal_.c_str());
+    }
     for (auto& [dir, folder] : folders_) {
         if (folder.log) std::fclose(folder.log);
         saveRecord(dir, folder);
@@ -144,6 +205,7 @@ RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::s
         }
     }
     folder.hadRecord = !text.empty();
+    noteInJournal(dir);
     std::error_code e;
     for (fs::directory_iterator entry(dir, e), end; !e && entry != end; entry.increment(e)) {
         long pid = 0;

@@ -12,6 +12,11 @@
 //
 // The names in a folder are listed once, when the run first writes there, so
 // that a new output needs no look before it is opened.
+//
+// Each run notes the folders it writes in, in a journal of its own under the
+// user's data folder (kestro/runs/run-PID), removed when the run ends. The
+// next run clears the temporary files of any run whose journal is left and
+// whose process is gone, wherever they are.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -39,6 +44,12 @@ public:
     RunOutputGuard(Session& form, Trash& trash);
     ~RunOutputGuard() override;  // saves the records of the folders written in
 
+    // The journals of runs, by default under the user's data folder.
+    static std::string journalFolder();
+    // Clears the temporary files of the runs that were killed, as their
+    // journals in `journals` name them, and those journals.
+    static void clearKilledRuns(const std::string& journals);
+
     // The queued file of that index is being converted.
     void startingFile(size_t index) { current_ = index; }
 
@@ -65,6 +76,7 @@ private:
     RunLogFile* logEntry();
     void record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp);
     void saveRecord(const std::string& dir, const Folder& folder) const;
+    void noteInJournal(const std::string& dir);
 
     Session& form_;
     Trash& trash_;
@@ -77,6 +89,8 @@ private:
     std::vector<std::string> copies_;           // kept copies of queued inputs, removed at the end
     std::map<std::string, Folder> folders_;
     std::chrono::steady_clock::time_point flushed_ = std::chrono::steady_clock::now();
+    std::string journal_;  // this run's journal; empty when it has none
+    std::FILE* journalFile_ = nullptr;
 };
 
 }  // namespace kestro

@@ -350,5 +350,33 @@ TEST(RunOutputGuardTest, TheRecordKeepsOneLineAFileThatIsStillThere) {
     EXPECT_TRUE(trash.files().empty());  // Kestro's own outputs, replaced in place
 }
 
+// A killed run's temporary files go at the next start, also from a folder
+// that no later run writes in: each run keeps a journal of its folders.
+TEST(RunOutputGuardTest, AKilledRunsTemporaryFilesGoAtTheNextStartWhereverTheyAre) {
+    OwnTrash home;  // the journals live under the same data folder
+    TempDir dir;
+    testing::ScriptedHost host;
+    Session form(host);
+    const long gone = 4194311;  // beyond any process id Linux hands out
+    const std::string journals = RunOutputGuard::journalFolder();
+    const std::string killed = dir.file(".kestro~" + std::to_string(gone) + "~3");
+    const std::string running = dir.file(".kestro~" + std::to_string(currentProcessId()) + "~999");
+    writeFile(killed, "cut sh");
+    writeFile(running, "being written");
+    fs::create_directories(journals);
+    writeFile(journals + "/run-" + std::to_string(gone), dir.path() + "\n");
+    TempDir elsewhere;
+    {
+        RunOutputGuard guard(form, systemTrash());
+        GuardingOutputs guarding(&guard);
+        EXPECT_FALSE(fs::exists(killed));
+        EXPECT_TRUE(fs::exists(running));
+        EXPECT_FALSE(fs::exists(journals + "/run-" + std::to_string(gone)));
+        writeWholeFile(elsewhere.file("a.odf"), "1");
+        EXPECT_EQ(readFile(journals + "/run-" + std::to_string(currentProcessId())), elsewhere.path() + "\n");
+    }
+    EXPECT_TRUE(fs::is_empty(journals));  // a run that ends leaves no journal
+}
+
 }  // namespace
 }  // namespace kestro

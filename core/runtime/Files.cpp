@@ -161,7 +161,7 @@ std::string temporaryNameBeside(const std::string& path) {
     static std::atomic<unsigned> count{0};
     const size_t slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-    static const std::string process = std::to_string(static_cast<long>(::getpid()));
+    static const std::string process = std::to_string(currentProcessId());
     return folder + TemporaryPrefix + process + "~" + std::to_string(++count);
 }
 
@@ -170,6 +170,14 @@ bool fileStamp(const std::string& path, FileStamp& stamp) {
     if (::stat(path.c_str(), &st) != 0) return false;
     stamp = stampOf(st);
     return true;
+}
+
+std::string userDataFolder() {
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data && data[0] == '/') return data;
+    const char* home = std::getenv("HOME");
+    if (home && home[0] == '/') return std::string(home) + "/.local/share";
+    return {};
 }
 
 std::string inputLocation(const std::string& path) { return outputGuard ? outputGuard->readFrom(path) : path; }
@@ -181,6 +189,8 @@ bool isTemporaryOutputName(const std::string& name, long& pid) {
     pid = std::strtol(name.c_str() + n, &end, 10);
     return end != name.c_str() + n && *end == '~';
 }
+
+long currentProcessId() { return static_cast<long>(::getpid()); }
 
 bool processRuns(long pid) {
     return pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM);

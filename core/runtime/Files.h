@@ -35,6 +35,10 @@ struct FileStamp {
 // False when there is no such file.
 bool fileStamp(const std::string& path, FileStamp& stamp);
 
+// The user's own data folder ($XDG_DATA_HOME, by default ~/.local/share);
+// empty when there is none.
+std::string userDataFolder();
+
 // Where an input named `path` is to be read from: its own name, unless the
 // run moved it aside before an output took that name.
 std::string inputLocation(const std::string& path);
@@ -82,6 +86,7 @@ std::string temporaryNameBeside(const std::string& path);
 bool isTemporaryOutputName(const std::string& name, long& pid);
 // Whether the process of that id still runs (a killed run's files do not).
 bool processRuns(long pid);
+long currentProcessId();
 
 // What a run decides about the files around its outputs. Installed by the
 // driver for the run; without one, outputs replace files in place.

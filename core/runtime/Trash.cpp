@@ -1,5 +1,7 @@
 #include "core/runtime/Trash.h"
 
+#include "core/runtime/Files.h"
+
 #if defined(_WIN32)
 
 #include <windows.h>
@@ -90,11 +92,8 @@ namespace {
 
 // The home trash: $XDG_DATA_HOME/Trash, by default ~/.local/share/Trash.
 std::string homeTrash() {
-    const char* data = std::getenv("XDG_DATA_HOME");
-    if (data && data[0] == '/') return std::string(data) + "/Trash";
-    const char* home = std::getenv("HOME");
-    if (home && home[0] == '/') return std::string(home) + "/.local/share/Trash";
-    return {};
+    const std::string data = userDataFolder();
+    return data.empty() ? data : data + "/Trash";
 }
 
 bool makeFolders(const std::string& path) {
