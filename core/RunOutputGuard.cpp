@@ -60,6 +60,27 @@ std::string recordLine(const std::string& name, uint64_t size, int64_t time) {
     return std::to_string(size) + ' ' + std::to_string(time) + ' ' + name + '\n';
 }
 
+// Names as a file system that ignores letter case compares them, near
+// enough: only a look by name can tell, so a false match costs one look.
+std::string foldedLetters(std::string name) {
+    for (char& c : name)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return name;
+}
+
+constexpr const char JournalPrefix[] = "run-";
+constexpr size_t JournalPrefixLength = sizeof JournalPrefix - 1;
+
+// The temporary files that the process `pid` left in `dir`.
+void removeTemporaryFiles(const std::string& dir, long pid) {
+    std::error_code e;
+    for (fs::directory_iterator entry(sys::fsPath(dir), e), end; !e && entry != end; entry.increment(e)) {
+        long owner = 0;
+        if (isTemporaryOutputName(sys::utf8Path(entry->path().filename()), owner) && owner == pid)
+            sys::removeFile(sys::utf8Path(entry->path()));
+    }
+}
+
 // The folder of an absolute path; a root ("/", "C:\") keeps its separator.
 std::string folderPart(const std::string& path) {
     const size_t slash = sys::lastSeparator(path);
@@ -74,30 +95,85 @@ RunOutputGuard::RunOutputGuard(Session& form, Trash& trash) : form_(form), trash
         lastInQueue_[normal(p)] = queue_.size();
         queue_.push_back(normal(p));
     }
+    const std::string journals = journalFolder();
+    if (journals.empty()) return;
+    clearKilledRuns(journals);
+    journal_ = journals + "/" + JournalPrefix + std::to_string(sys::processId());
+}
+
+std::string RunOutputGuard::journalFolder() {
+#ifdef __EMSCRIPTEN__
+    return {};  // in the browser every output is new and nothing outlives the page
+#else
+    const std::string data = sys::userDataFolder();
+    return data.empty() ? data : data + "/kestro/runs";
+#endif
+}
+
+void RunOutputGuard::clearKilledRuns(const std::string& journals) {
+    std::error_code e;
+    for (fs::directory_iterator entry(sys::fsPath(journals), e), end; !e && entry != end; entry.increment(e)) {
+        const std::string name = sys::utf8Path(entry->path().filename());
+        if (name.compare(0, JournalPrefixLength, JournalPrefix) != 0) continue;
+        char* after = nullptr;
+        const long pid = std::strtol(name.c_str() + JournalPrefixLength, &after, 10);
+        if (*after != '\0' || pid == sys::processId() || sys::processRuns(pid)) continue;
+        const std::string folders = readRecord(sys::utf8Path(entry->path()));
+        for (size_t at = 0, next; (next = folders.find('\n', at)) != std::string::npos; at = next + 1)
+            removeTemporaryFiles(folders.substr(at, next - at), pid);
+        sys::removeFile(sys::utf8Path(entry->path()));
+    }
+}
+
+void RunOutputGuard::noteInJournal(const std::string& dir) {
+    if (journal_.empty() || dir.find('\n') != std::string::npos) return;
+    if (!journalFile_) {
+        std::error_code e;
+        fs::create_directories(sys::fsPath(folderPart(journal_)), e);
+        journalFile_ = sys::openFile(journal_, "wb");
+        if (!journalFile_) {
+            journal_.clear();  // no journal: the folder's next run still clears them
+            return;
+        }
+    }
+    // On disk before the first temporary file goes into that folder.
+    std::fputs((dir + "\n").c_str(), journalFile_);
+    std::fflush(journalFile_);
 }
 
 RunOutputGuard::~RunOutputGuard() {
     for (const std::string& copy : copies_) sys::removeFile(copy);
-    // Each record once more, one line a file still there.
+    if (journalFile_) {
+        std::fclose(journalFile_);
+        sys::removeFile(journal_);
+    }
     for (auto& [dir, folder] : folders_) {
         if (folder.log) std::fclose(folder.log);
-        if (!folder.changed) continue;
-        std::string text = RecordHeading;
-        for (const auto& [name, stamp] : folder.own)
-            if (exists(dir + "/" + name)) text += recordLine(name, stamp.size, stamp.time);
-        writeRecord(dir + "/" + RecordName, text);
+        saveRecord(dir, folder);
     }
 }
 
-void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::string& name, const Stamp& stamp) {
+// The lines added during the run are the whole record unless earlier runs
+// left lines (some of whose files may be gone) or a name was written twice;
+// then it is written once more, one line a file still there.
+void RunOutputGuard::saveRecord(const std::string& dir, const Folder& folder) const {
+    if (folder.writtenNow.empty() || (!folder.hadRecord && !folder.repeated)) return;
+    std::string text = RecordHeading;
+    for (const auto& [name, stamp] : folder.own)
+        if (folder.writtenNow.count(name) || exists(dir + "/" + name))
+            text += recordLine(name, stamp.size, stamp.modified);
+    writeRecord(dir + "/" + RecordName, text);
+}
+
+void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp) {
     folder.own[name] = stamp;
-    folder.changed = true;
+    if (!folder.writtenNow.insert(name).second) folder.repeated = true;
     if (!folder.log) {
         folder.log = sys::openFile(dir + "/" + RecordName, "ab");
         if (!folder.log) return;
         if (std::ftell(folder.log) == 0) std::fputs(RecordHeading, folder.log);
     }
-    std::fputs(recordLine(name, stamp.size, stamp.time).c_str(), folder.log);
+    std::fputs(recordLine(name, stamp.size, stamp.modified).c_str(), folder.log);
     // Lines reach the file a buffer or a quarter of a second at a time: a
     // killed run leaves at most those last outputs unrecorded (they go to
     // the trash next time, nothing is lost).
@@ -123,21 +199,28 @@ RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::s
         while (at < text.size()) {
             size_t end = text.find('\n', at);
             if (end == std::string::npos) break;  // a line cut short is not trusted
-            Stamp stamp;
+            FileStamp stamp;
             char* after = nullptr;
             stamp.size = std::strtoull(text.c_str() + at, &after, 10);
-            stamp.time = std::strtoll(after, &after, 10);
+            stamp.modified = std::strtoll(after, &after, 10);
             if (*after == ' ' && after + 1 < text.c_str() + end)
                 folder.own[std::string(static_cast<const char*>(after) + 1, text.c_str() + end)] = stamp;
             at = end + 1;
         }
     }
+    folder.hadRecord = !text.empty();
+    noteInJournal(dir);
     std::error_code e;
     for (fs::directory_iterator entry(sys::fsPath(dir), e), end; !e && entry != end; entry.increment(e)) {
         long pid = 0;
         const std::string entryName = sys::utf8Path(entry->path().filename());
-        if (isTemporaryOutputName(entryName, pid) && !sys::processRuns(pid)) sys::removeFile(sys::utf8Path(entry->path()));
+        if (isTemporaryOutputName(entryName, pid)) {
+            if (!sys::processRuns(pid)) sys::removeFile(sys::utf8Path(entry->path()));
+        } else {
+            folder.present.insert(foldedLetters(entryName));
+        }
     }
+    folder.listed = !e;
     return folder;
 }
 
@@ -146,8 +229,14 @@ bool RunOutputGuard::ownUnchanged(const std::string& path) {
     Folder& folder = folderOf(path, name);
     auto it = folder.own.find(name);
     if (it == folder.own.end()) return false;
-    Stamp now;
-    return fileStamp(path, now.size, now.time) && now == it->second;
+    FileStamp now;
+    return fileStamp(path, now) && now == it->second;
+}
+
+bool RunOutputGuard::mayExist(const std::string& given) {
+    std::string name;
+    Folder& folder = folderOf(normal(given), name);
+    return !folder.listed || folder.present.count(foldedLetters(name)) > 0;
 }
 
 bool RunOutputGuard::waitingInQueue(const std::string& path) const {
@@ -182,16 +271,14 @@ void RunOutputGuard::replacing(const std::string& given) {
     if (RunLogFile* f = logEntry()) f->replaced.push_back(path);
 }
 
-void RunOutputGuard::written(const std::string& given) {
+void RunOutputGuard::written(const std::string& given, const FileStamp* stamp) {
     const std::string path = normal(given);
     if (foreignAppends_.erase(path)) return;
     writtenThisRun_.insert(path);
     std::string name;
     Folder& folder = folderOf(path, name);
-    if (name.find('\n') != std::string::npos) return;
-    Stamp stamp;
-    if (!fileStamp(path, stamp.size, stamp.time)) return;
-    record(folderPart(path), folder, name, stamp);
+    if (name.find('\n') != std::string::npos || !stamp) return;
+    record(folderPart(path), folder, name, *stamp);
 }
 
 void RunOutputGuard::removed(const std::string& given) {

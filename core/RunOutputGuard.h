@@ -7,8 +7,16 @@
 // Kestro knows its own files by a small record in each folder it writes in,
 // ".kestro-outputs": the name, length and modification time of each output
 // it wrote there. A line is added as each output takes its name, so that a
-// killed run's finished outputs count as Kestro's too; the record is
-// rewritten once at the end of the run with one line a file.
+// killed run's finished outputs count as Kestro's too; at the end of the run
+// the record is rewritten with one line a file where earlier runs left lines.
+//
+// The names in a folder are listed once, when the run first writes there, so
+// that a new output needs no look before it is opened.
+//
+// Each run notes the folders it writes in, in a journal of its own under the
+// user's data folder (kestro/runs/run-PID), removed when the run ends. The
+// next run clears the temporary files of any run whose journal is left and
+// whose process is gone, wherever they are.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -16,6 +24,7 @@
 #include <set>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "core/runtime/Files.h"
@@ -35,31 +44,39 @@ public:
     RunOutputGuard(Session& form, Trash& trash);
     ~RunOutputGuard() override;  // saves the records of the folders written in
 
+    // The journals of runs, by default under the user's data folder.
+    static std::string journalFolder();
+    // Clears the temporary files of the runs that were killed, as their
+    // journals in `journals` name them, and those journals.
+    static void clearKilledRuns(const std::string& journals);
+
     // The queued file of that index is being converted.
     void startingFile(size_t index) { current_ = index; }
 
+    bool mayExist(const std::string& path) override;
     void appending(const std::string& path) override;
     void replacing(const std::string& path) override;
-    void written(const std::string& path) override;
+    void written(const std::string& path, const FileStamp* stamp) override;
     void removed(const std::string& path) override;
     std::string readFrom(const std::string& path) override;
 
 private:
-    struct Stamp {
-        uint64_t size = 0;
-        int64_t time = 0;
-        bool operator==(const Stamp&) const = default;
-    };
     struct Folder {
-        std::map<std::string, Stamp> own;
-        std::FILE* log = nullptr;  // the record, open for a line per output
-        bool changed = false;
+        std::map<std::string, FileStamp> own;
+        std::unordered_set<std::string> present;  // names there at the first look, letters folded
+        bool listed = false;                      // that look succeeded
+        std::set<std::string> writtenNow;         // names this run wrote
+        std::FILE* log = nullptr;                 // the record, open for a line per output
+        bool hadRecord = false;                   // lines from earlier runs, to be checked at the end
+        bool repeated = false;                    // a name written twice: its older line goes
     };
     Folder& folderOf(const std::string& path, std::string& name);
     bool ownUnchanged(const std::string& path);
     bool waitingInQueue(const std::string& path) const;
     RunLogFile* logEntry();
-    void record(const std::string& dir, Folder& folder, const std::string& name, const Stamp& stamp);
+    void record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp);
+    void saveRecord(const std::string& dir, const Folder& folder) const;
+    void noteInJournal(const std::string& dir);
 
     Session& form_;
     Trash& trash_;
@@ -72,6 +89,8 @@ private:
     std::vector<std::string> copies_;           // kept copies of queued inputs, removed at the end
     std::map<std::string, Folder> folders_;
     std::chrono::steady_clock::time_point flushed_ = std::chrono::steady_clock::now();
+    std::string journal_;  // this run's journal; empty when it has none
+    std::FILE* journalFile_ = nullptr;
 };
 
 }  // namespace kestro

@@ -2,7 +2,8 @@
 # Nothing lost, nothing cut short, with the real file system: converts into a
 # small tmpfs until the disk is full ("Error 61 Disk full", no output cut
 # short, the earlier outputs whole); kills a batch with SIGKILL halfway (no
-# partial file under an output's name); re-runs a batch over its own outputs
+# partial file under an output's name, and the next start clears what it
+# left, from another folder); re-runs a batch over its own outputs
 # with a trash of its own (the trash stays empty, while an output edited
 # since and a file Kestro did not write go to it); and the collisions of an
 # output with an instrument's file and with a queued input, the originals
@@ -93,9 +94,16 @@ for round in 1 2 3; do
   wait "$pid" 2>/dev/null || true
   ALLOW_TEMPORARY=1 check_whole "$work/killed"
 done
+# The next start clears them, though it writes in another folder.
+left=$(find "$work/killed" -name '.kestro~*' | wc -l)
+mkdir -p "$work/elsewhere"
+cp "$work/ref/s00000.cnf" "$work/elsewhere"/
+(cd "$work/elsewhere" && "${conv[@]}" --spe s00000.cnf >/dev/null)
+check_whole "$work/killed"
+[ -z "$(ls -A "$XDG_DATA_HOME/kestro/runs" 2>/dev/null)" ] || fail "run journals left: $(ls "$XDG_DATA_HOME/kestro/runs")"
 (cd "$work/killed" && "${conv[@]}" --spe ./*.cnf >/dev/null)
 check_whole "$work/killed"
-echo "killed runs: no partial file under an output's name; leftovers cleared by the next run"
+echo "killed runs: no partial file under an output's name; $left leftovers cleared at the next start"
 
 # ---- the trash ----
 rm -rf "$XDG_DATA_HOME/Trash"

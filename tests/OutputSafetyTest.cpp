@@ -1,6 +1,7 @@
 // Nothing a run replaces is lost: outputs are written under a temporary name
 // and take their own only when whole; a file Kestro did not write goes to the
 // trash first; a full disk says so; a queued input reads as it was.
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -294,6 +295,87 @@ TEST(RunOutputGuardTest, TheRunLogNamesFilesMovedToTheTrashAndFailedOutputs) {
     EXPECT_EQ(trash.files(), std::vector<std::string>{"x.hdr"});
     EXPECT_EQ(readFile(dir.file("x.hdr")), "newer");
     EXPECT_TRUE(fs::exists(dir.file(RunOutputGuard::RecordName)));
+}
+
+// A run lists each folder's names once and skips the look before opening an
+// output whose name was free: a file that takes the name meanwhile, or a
+// link that was there, must still be handled as if it had been looked at.
+TEST(RunOutputGuardTest, ANameTakenAfterTheFolderWasListedIsStillKept) {
+    OwnTrash trash;
+    TempDir dir;
+    testing::ScriptedHost host;
+    Session form(host);
+    writeFile(dir.file("target.odf"), "old");
+    fs::create_symlink(dir.file("target.odf"), dir.file("link.odf"));
+    {
+        RunOutputGuard guard(form, systemTrash());
+        GuardingOutputs guarding(&guard);
+        writeWholeFile(dir.file("first.odf"), "1");
+        OutputFile late(dir.file("late.dat"));
+        late.write("new");
+        writeFile(dir.file("late.dat"), "someone's");
+        late.close();
+        writeWholeFile(dir.file("link.odf"), "through the link");
+    }
+    EXPECT_EQ(readFile(dir.file("late.dat")), "new");
+    EXPECT_TRUE(fs::is_symlink(dir.file("link.odf")));
+    EXPECT_EQ(readFile(dir.file("target.odf")), "through the link");
+    EXPECT_EQ(trash.files(), (std::vector<std::string>{"late.dat", "target.odf"}));
+    EXPECT_EQ(trash.file("late.dat"), "someone's");
+}
+
+// The record grows a line per output during a run and keeps one line a file
+// still there once the run is over.
+TEST(RunOutputGuardTest, TheRecordKeepsOneLineAFileThatIsStillThere) {
+    OwnTrash trash;
+    TempDir dir;
+    testing::ScriptedHost host;
+    Session form(host);
+    auto run = [&](const std::vector<std::string>& names) {
+        RunOutputGuard guard(form, systemTrash());
+        GuardingOutputs guarding(&guard);
+        for (const std::string& name : names) writeWholeFile(dir.file(name), name);
+    };
+    auto recordLines = [&] {
+        const std::string text = readFile(dir.file(RunOutputGuard::RecordName));
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    run({"a.odf", "b.odf", "a.odf"});
+    EXPECT_EQ(recordLines(), 3);  // the heading, a.odf, b.odf
+    run({"a.odf"});
+    EXPECT_EQ(recordLines(), 3);
+    fs::remove(dir.file("b.odf"));
+    run({"a.odf"});
+    EXPECT_EQ(recordLines(), 2);
+    EXPECT_TRUE(trash.files().empty());  // Kestro's own outputs, replaced in place
+}
+
+// A killed run's temporary files go at the next start, also from a folder
+// that no later run writes in: each run keeps a journal of its folders.
+TEST(RunOutputGuardTest, AKilledRunsTemporaryFilesGoAtTheNextStartWhereverTheyAre) {
+    OwnTrash home;  // the journals live under the same data folder
+    TempDir dir;
+    testing::ScriptedHost host;
+    Session form(host);
+    const long gone = 4194311;  // beyond any process id Linux hands out
+    const std::string journals = RunOutputGuard::journalFolder();
+    const std::string killed = dir.file(".kestro~" + std::to_string(gone) + "~3");
+    const std::string running = dir.file(".kestro~" + std::to_string(sys::processId()) + "~999");
+    writeFile(killed, "cut sh");
+    writeFile(running, "being written");
+    fs::create_directories(journals);
+    writeFile(journals + "/run-" + std::to_string(gone), dir.path() + "\n");
+    TempDir elsewhere;
+    {
+        RunOutputGuard guard(form, systemTrash());
+        GuardingOutputs guarding(&guard);
+        EXPECT_FALSE(fs::exists(killed));
+        EXPECT_TRUE(fs::exists(running));
+        EXPECT_FALSE(fs::exists(journals + "/run-" + std::to_string(gone)));
+        writeWholeFile(elsewhere.file("a.odf"), "1");
+        EXPECT_EQ(readFile(journals + "/run-" + std::to_string(sys::processId())), elsewhere.path() + "\n");
+    }
+    EXPECT_TRUE(fs::is_empty(journals));  // a run that ends leaves no journal
 }
 
 }  // namespace

@@ -97,10 +97,12 @@ constexpr const char TemporaryPrefix[] = ".kestro~";
 
 // The file an output of that name goes to: a link's target, as a write
 // through the link would reach it. One that could not be opened for writing
-// refuses as before, though the new bytes go elsewhere first.
-std::string writableTarget(const std::string& path) {
+// refuses as before, though the new bytes go elsewhere first. `exists` tells
+// whether there was a file (or link) of that name.
+std::string writableTarget(const std::string& path, bool& exists) {
     sys::FileInfo info;
-    if (!sys::linkInfo(path, info)) return path;  // a new file, the common case
+    exists = sys::linkInfo(path, info);
+    if (!exists) return path;  // a new file, the common case
     std::string target = path;
     if (info.link) {
         target = sys::linkTarget(path);
@@ -110,6 +112,8 @@ std::string writableTarget(const std::string& path) {
     if (info.folder || !sys::writable(target)) raise(err::PathFileAccess);
     return target;
 }
+
+FileStamp stampOf(const sys::FileInfo& info) { return {info.size, info.modified}; }
 }  // namespace
 
 template <>
@@ -135,11 +139,10 @@ std::string temporaryNameBeside(const std::string& path) {
     return folder + TemporaryPrefix + process + "~" + std::to_string(++count);
 }
 
-bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified) {
+bool fileStamp(const std::string& path, FileStamp& stamp) {
     sys::FileInfo info;
     if (!sys::pathInfo(path, info)) return false;
-    size = info.size;
-    modified = info.modified;
+    stamp = stampOf(info);
     return true;
 }
 
@@ -165,7 +168,13 @@ OutputFile::OutputFile(const std::string& path, Mode mode) : path_(path), mode_(
         if (sys::openFileInfo(file_, info)) appendFrom_ = static_cast<int64_t>(info.size);
         return;
     }
-    target_ = writableTarget(path);
+    // The run knows which names were there before it; a new one needs no look.
+    if (outputGuard && !outputGuard->mayExist(path)) {
+        target_ = path;
+        mayReplace_ = false;
+    } else {
+        target_ = writableTarget(path, mayReplace_);
+    }
     temporary_ = temporaryNameBeside(target_);
     file_ = sys::openFile(temporary_, "wbx");
     if (!file_) raiseOpenError(errno);
@@ -204,38 +213,58 @@ void OutputFile::write(std::string_view bytes) {
 
 void OutputFile::close() {
     if (!file_) return;
+    FileStamp stamp;
+    const bool stamped = stampBeforeClose(stamp);
     std::FILE* f = file_;
     file_ = nullptr;
     if (std::fclose(f) != 0) fail(sys::lastWriteError(target_));
-    finish();
+    finish(stamped ? &stamp : nullptr);
     if (error_) raiseWriteError(error_);
 }
 
+// The run's record of the file as written, taken from the open file once
+// everything is flushed: the close and the rename leave the length and the
+// modification time as they are, and no second look by name is needed.
+bool OutputFile::stampBeforeClose(FileStamp& stamp) {
+    if (!outputGuard || error_) return false;
+    if (std::fflush(file_) != 0) {
+        fail(sys::lastWriteError(target_));
+        return false;
+    }
+    sys::FileInfo info;
+    if (!sys::openFileInfo(file_, info)) return false;
+    stamp = stampOf(info);
+    return true;
+}
+
 // After the close: the new file takes its name, or a failed one goes.
-void OutputFile::finish() {
+void OutputFile::finish(const FileStamp* stamp) {
     if (mode_ == Mode::Append) {
         if (error_) {
             if (!sys::truncateFile(target_, appendFrom_)) return;
         } else if (outputGuard) {
-            outputGuard->written(target_);
+            outputGuard->written(target_, stamp);
         }
         return;
     }
-    if (!error_) {
-        try {
-            if (outputGuard) outputGuard->replacing(target_);
-        } catch (...) {
-            sys::removeFile(temporary_);
-            throw;
-        }
-        if (!sys::renameReplacing(temporary_, target_)) fail(errno);
-    }
+    if (!error_) takeFinalName();
     if (error_) {
         sys::removeFile(temporary_);
         if (outputGuard) outputGuard->removed(target_);
         return;
     }
-    if (outputGuard) outputGuard->written(target_);
+    if (outputGuard) outputGuard->written(target_, stamp);
+}
+
+void OutputFile::takeFinalName() {
+    if (!mayReplace_ && sys::renameToFreeName(temporary_, target_)) return;
+    try {
+        if (outputGuard) outputGuard->replacing(target_);
+    } catch (...) {
+        sys::removeFile(temporary_);
+        throw;
+    }
+    if (!sys::renameReplacing(temporary_, target_)) fail(errno);
 }
 
 }  // namespace kestro

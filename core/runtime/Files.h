@@ -25,9 +25,15 @@ DateValue fileModified(const std::string& path);
 // Replaces the file with these bytes.
 void writeWholeFile(const std::string& path, std::string_view bytes);
 
-// A file's length and modification time (nanoseconds since 1970); false
-// when there is no such file.
-bool fileStamp(const std::string& path, uint64_t& size, int64_t& modified);
+// A file's length and modification time (nanoseconds since 1970): enough to
+// tell whether a file is still as Kestro wrote it.
+struct FileStamp {
+    uint64_t size = 0;
+    int64_t modified = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+// False when there is no such file.
+bool fileStamp(const std::string& path, FileStamp& stamp);
 
 // Where an input named `path` is to be read from: its own name, unless the
 // run moved it aside before an output took that name.
@@ -55,13 +61,16 @@ public:
 
 private:
     void fail(int error);
-    void finish();
+    bool stampBeforeClose(FileStamp& stamp);
+    void finish(const FileStamp* stamp);
+    void takeFinalName();
 
     std::FILE* file_ = nullptr;
     std::string path_;
     std::string target_;     // the file written: a link's target
     std::string temporary_;  // empty when appending
     Mode mode_;
+    bool mayReplace_ = true; // a file of that name may be there: look before the rename
     int error_ = 0;          // the system's error number of the first failure
     int64_t appendFrom_ = 0; // the length before an append
 };
@@ -78,12 +87,17 @@ bool isTemporaryOutputName(const std::string& name, long& pid);
 class OutputGuard {
 public:
     virtual ~OutputGuard() = default;
+    // Whether a file named `path` may be there already. False lets a new
+    // output skip looking before it opens; a file that takes the name
+    // meanwhile is still found at the rename.
+    virtual bool mayExist(const std::string& path) = 0;
     // Before an append to `path`.
     virtual void appending(const std::string& path) = 0;
     // Just before the output written for `path` takes that name.
     virtual void replacing(const std::string& path) = 0;
-    // `path` holds an output as written (whole, or appended to).
-    virtual void written(const std::string& path) = 0;
+    // `path` holds an output as written (whole, or appended to); `stamp` is
+    // the file as it was closed, or null when that could not be told.
+    virtual void written(const std::string& path, const FileStamp* stamp) = 0;
     // The output for `path` failed to write and was removed.
     virtual void removed(const std::string& path) = 0;
     // Where the input `path` is to be read from (see inputLocation).

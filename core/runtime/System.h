@@ -44,6 +44,10 @@ std::FILE* openFile(const std::string& path, const char* mode);
 bool removeFile(const std::string& path);
 // Renames `from` to `to`, replacing a file of that name.
 bool renameReplacing(const std::string& from, const std::string& to);
+// Gives `from` the name `to` only if no file has that name; false when one
+// has, or when the system cannot rename that way (the caller then looks and
+// renames as usual).
+bool renameToFreeName(const std::string& from, const std::string& to);
 // The error number of a write to `path` or its close that failed just now.
 // Windows' C library may call a full disk EINVAL: a volume without room
 // left is taken as the cause there.
@@ -68,6 +72,10 @@ bool openFileInfo(std::FILE* file, FileInfo& info);
 std::string linkTarget(const std::string& path);
 // Whether this process may write to the existing file `path`.
 bool writable(const std::string& path);
+
+// The user's own data folder: $XDG_DATA_HOME, by default ~/.local/share;
+// on Windows the local application data. Empty when there is none.
+std::string userDataFolder();
 
 long processId();
 // Whether the process of that id still runs.

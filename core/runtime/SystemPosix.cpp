@@ -3,6 +3,7 @@
 
 #include "core/runtime/System.h"
 
+#include <fcntl.h>
 #include <langinfo.h>
 #include <locale.h>
 #include <signal.h>
@@ -55,6 +56,18 @@ bool renameReplacing(const std::string& from, const std::string& to) {
     return std::rename(from.c_str(), to.c_str()) == 0;
 }
 
+bool renameToFreeName(const std::string& from, const std::string& to) {
+#if defined(__linux__) && !defined(__EMSCRIPTEN__) && defined(RENAME_NOREPLACE)
+    return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0;
+#elif defined(__APPLE__)
+    return ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0;
+#else
+    (void)from;
+    (void)to;
+    return false;
+#endif
+}
+
 int lastWriteError(const std::string&) { return errno; }
 
 bool truncateFile(const std::string& path, int64_t length) {
@@ -91,6 +104,14 @@ std::string linkTarget(const std::string& path) {
 }
 
 bool writable(const std::string& path) { return ::access(path.c_str(), W_OK) == 0; }
+
+std::string userDataFolder() {
+    const char* data = std::getenv("XDG_DATA_HOME");
+    if (data && data[0] == '/') return data;
+    const char* home = std::getenv("HOME");
+    if (home && home[0] == '/') return std::string(home) + "/.local/share";
+    return {};
+}
 
 long processId() { return static_cast<long>(::getpid()); }
 

@@ -138,6 +138,12 @@ bool renameReplacing(const std::string& from, const std::string& to) {
     return false;
 }
 
+bool renameToFreeName(const std::string& from, const std::string& to) {
+    if (MoveFileExW(wide(from).c_str(), wide(to).c_str(), 0)) return true;
+    setErrnoFromSystem();
+    return false;
+}
+
 int lastWriteError(const std::string& path) {
     const int error = errno;
     if (error == ENOSPC) return error;
@@ -204,6 +210,11 @@ bool writable(const std::string& path) {
     if (h == INVALID_HANDLE_VALUE) return false;
     CloseHandle(h);
     return true;
+}
+
+std::string userDataFolder() {
+    const wchar_t* local = _wgetenv(L"LOCALAPPDATA");
+    return local && *local ? narrow(local) : std::string();
 }
 
 long processId() { return static_cast<long>(GetCurrentProcessId()); }

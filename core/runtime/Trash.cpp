@@ -1,5 +1,7 @@
 #include "core/runtime/Trash.h"
 
+#include "core/runtime/System.h"
+
 #if defined(_WIN32)
 
 #include <windows.h>
@@ -27,6 +29,11 @@ public:
         // The shell takes a list of names ended by an empty one.
         std::vector<wchar_t> from(full + 2, L'\0');
         if (GetFullPathNameW(wide.data(), full, from.data(), nullptr) == 0) return false;
+        // Where the volume has no Recycle Bin (a network share; wine without
+        // its trash folder) the shell would delete the file for good.
+        SHQUERYRBINFO bin{};
+        bin.cbSize = sizeof bin;
+        if (FAILED(SHQueryRecycleBinW(from.data(), &bin))) return false;
         SHFILEOPSTRUCTW op{};
         op.wFunc = FO_DELETE;
         op.pFrom = from.data();
@@ -90,11 +97,8 @@ namespace {
 
 // The home trash: $XDG_DATA_HOME/Trash, by default ~/.local/share/Trash.
 std::string homeTrash() {
-    const char* data = std::getenv("XDG_DATA_HOME");
-    if (data && data[0] == '/') return std::string(data) + "/Trash";
-    const char* home = std::getenv("HOME");
-    if (home && home[0] == '/') return std::string(home) + "/.local/share/Trash";
-    return {};
+    const std::string data = sys::userDataFolder();
+    return data.empty() ? data : data + "/Trash";
 }
 
 bool makeFolders(const std::string& path) {
