@@ -214,10 +214,13 @@ void OutputFile::write(std::string_view bytes) {
 void OutputFile::close() {
     if (!file_) return;
     FileStamp stamp;
-    const bool stamped = stampBeforeClose(stamp);
+    bool stamped = stampBeforeClose(stamp);
     std::FILE* f = file_;
     file_ = nullptr;
     if (std::fclose(f) != 0) fail(sys::lastWriteError(target_));
+    // Where the close sets the time, the closed file is stamped by name.
+    if (!stamped && sys::ModifiedTimeSetAtClose && outputGuard && !error_)
+        stamped = fileStamp(mode_ == Mode::Append ? target_ : temporary_, stamp);
     finish(stamped ? &stamp : nullptr);
     if (error_) raiseWriteError(error_);
 }
@@ -226,7 +229,7 @@ void OutputFile::close() {
 // everything is flushed: the close and the rename leave the length and the
 // modification time as they are, and no second look by name is needed.
 bool OutputFile::stampBeforeClose(FileStamp& stamp) {
-    if (!outputGuard || error_) return false;
+    if (!outputGuard || error_ || sys::ModifiedTimeSetAtClose) return false;
     if (std::fflush(file_) != 0) {
         fail(sys::lastWriteError(target_));
         return false;

@@ -34,6 +34,14 @@ inline size_t lastSeparator(std::string_view path) {
     return path.find_last_of(BackslashSeparates ? std::string_view("/\\") : std::string_view("/"));
 }
 
+// Windows sets a written file's modification time again as it is closed:
+// what an open file tells of it holds only elsewhere.
+#ifdef _WIN32
+inline constexpr bool ModifiedTimeSetAtClose = true;
+#else
+inline constexpr bool ModifiedTimeSetAtClose = false;
+#endif
+
 // Whether `path` names its file without the current folder's help.
 bool isAbsolute(const std::string& path);
 // The current folder, absolute.
