@@ -2,10 +2,10 @@
 # What the way outputs are written costs a batch: two converters take turns
 # on the CNF batch of bench/nuclear.sh, so that both meet the same machine.
 #
-# Usage: bench/outputs.sh [-f FILES] [-r ROUNDS] [-l LIMIT] [-o] BEFORE [AFTER [WORKDIR]]
+# Usage: bench/outputs.sh [-f FILES] [-r ROUNDS] [-s SECONDS] [-l LIMIT] [-o] [-v] BEFORE [AFTER [WORKDIR]]
 #
-#   BEFORE   the converter to compare against (for the cost of temporary
-#            names: one built with outputs written in place, see
+#   BEFORE   the converter to compare against, built with the same options
+#            (for the cost of temporary names: the commit before them, see
 #            docs/performance.md)
 #   AFTER    the converter measured (default: build/bin/kestro-convert)
 #   WORKDIR  where the inputs and outputs go (default: a fresh temporary
@@ -14,10 +14,14 @@
 #   -r       rounds; each converts the batch once with each converter, from a
 #            folder holding only the inputs, dirty pages written first, the
 #            two in turns (default 9)
+#   -s       seconds to wait after the outputs are deleted (default 6): ext4
+#            without a journal holds back inodes deleted in the last five
+#            seconds, and a run that starts sooner pays for skipping them
 #   -l       the allowed change of the median wall time in percent (default 5)
 #   -o       over the outputs of the run before: each converter converts in a
 #            folder of its own and its outputs are left there for the next
 #            round (a batch run again)
+#   -v       print each round's times
 #
 # Prints the median and best wall and CPU times of each converter and the
 # change. Exit status: 0 within the limit, 1 over it, 2 usage or setup error
@@ -30,21 +34,26 @@ cnf_files=2000
 rounds=9
 limit=5
 again=0
-while getopts ':f:r:l:oh' opt; do
+settle=6
+verbose=0
+while getopts ':f:r:s:l:ovh' opt; do
   case $opt in
     f) cnf_files=$OPTARG ;;
     r) rounds=$OPTARG ;;
+    s) settle=$OPTARG ;;
     l) limit=$OPTARG ;;
     o) again=1 ;;
-    h) bench_usage 5,22; exit 0 ;;
-    *) bench_usage 5,22 >&2; exit 2 ;;
+    v) verbose=1 ;;
+    h) bench_usage 5,26; exit 0 ;;
+    *) bench_usage 5,26 >&2; exit 2 ;;
   esac
 done
 shift $((OPTIND - 1))
-if [ $# -lt 1 ] || [ $# -gt 3 ]; then bench_usage 5,22 >&2; exit 2; fi
+if [ $# -lt 1 ] || [ $# -gt 3 ]; then bench_usage 5,26 >&2; exit 2; fi
 [[ $cnf_files =~ ^[1-9][0-9]*$ ]] || bench_fail "-f needs a whole number of at least 1"
 [[ $rounds =~ ^[1-9][0-9]*$ ]] || bench_fail "-r needs a whole number of at least 1"
 [[ $limit =~ ^[0-9]+(\.[0-9]+)?$ ]] || bench_fail "-l needs a number"
+[[ $settle =~ ^[0-9]+$ ]] || bench_fail "-s needs a whole number"
 bench_need_tools
 command -v python3 >/dev/null || bench_fail "python3 is needed to generate the inputs"
 bench_converter "$1"
@@ -83,14 +92,19 @@ for ((r = 1; r <= rounds; r++)); do
   ((r % 2)) || order="after before"
   for side in $order; do
     conv=${!side}
-    [ "$again" = 1 ] || find "$work/cnf" -maxdepth 1 -type f ! -name '*.cnf' -delete
     sync
+    if [ "$again" = 0 ]; then
+      find "$work/cnf" -maxdepth 1 -type f ! -name '*.cnf' -delete
+      sync
+      sleep "$settle"
+    fi
     bench_timed "$(folder "$side")" "$conv" --spe "${names[@]}"
     tail -n 1 "$work/.stdout" | grep -qx "Finished $cnf_files files" ||
       bench_fail "$(basename "$conv"): the batch did not finish"
     echo "$run_us $cpu_us" >>"$work/.$side"
   done
 done
+[ "$verbose" = 0 ] || { echo "wall_us cpu_us, before | after:"; paste "$work/.before" "$work/.after"; }
 
 # median and best of column COL (1 wall, 2 CPU) of FILE, in seconds
 stats() {
