@@ -71,14 +71,22 @@ std::string foldedLetters(std::string name) {
 constexpr const char JournalPrefix[] = "run-";
 constexpr size_t JournalPrefixLength = sizeof JournalPrefix - 1;
 
+// Calls `each` with the name of every entry of `dir`; false when the folder
+// could not be listed whole.
+template <typename Each>
+bool forEachName(const std::string& dir, Each each) {
+    std::error_code e;
+    for (fs::directory_iterator entry(sys::fsPath(dir), e), end; !e && entry != end; entry.increment(e))
+        each(sys::utf8Path(entry->path().filename()));
+    return !e;
+}
+
 // The temporary files that the process `pid` left in `dir`.
 void removeTemporaryFiles(const std::string& dir, long pid) {
-    std::error_code e;
-    for (fs::directory_iterator entry(sys::fsPath(dir), e), end; !e && entry != end; entry.increment(e)) {
+    forEachName(dir, [&](const std::string& name) {
         long owner = 0;
-        if (isTemporaryOutputName(sys::utf8Path(entry->path().filename()), owner) && owner == pid)
-            sys::removeFile(sys::utf8Path(entry->path()));
-    }
+        if (isTemporaryOutputName(name, owner) && owner == pid) sys::removeFile(dir + "/" + name);
+    });
 }
 
 // The folder of an absolute path; a root ("/", "C:\") keeps its separator.
@@ -111,18 +119,17 @@ std::string RunOutputGuard::journalFolder() {
 }
 
 void RunOutputGuard::clearKilledRuns(const std::string& journals) {
-    std::error_code e;
-    for (fs::directory_iterator entry(sys::fsPath(journals), e), end; !e && entry != end; entry.increment(e)) {
-        const std::string name = sys::utf8Path(entry->path().filename());
-        if (name.compare(0, JournalPrefixLength, JournalPrefix) != 0) continue;
+    forEachName(journals, [&](const std::string& name) {
+        if (name.compare(0, JournalPrefixLength, JournalPrefix) != 0) return;
         char* after = nullptr;
         const long pid = std::strtol(name.c_str() + JournalPrefixLength, &after, 10);
-        if (*after != '\0' || pid == sys::processId() || sys::processRuns(pid)) continue;
-        const std::string folders = readRecord(sys::utf8Path(entry->path()));
+        if (*after != '\0' || pid == sys::processId() || sys::processRuns(pid)) return;
+        const std::string journal = journals + "/" + name;
+        const std::string folders = readRecord(journal);
         for (size_t at = 0, next; (next = folders.find('\n', at)) != std::string::npos; at = next + 1)
             removeTemporaryFiles(folders.substr(at, next - at), pid);
-        sys::removeFile(sys::utf8Path(entry->path()));
-    }
+        sys::removeFile(journal);
+    });
 }
 
 void RunOutputGuard::noteInJournal(const std::string& dir) {
@@ -167,7 +174,6 @@ void RunOutputGuard::saveRecord(const std::string& dir, const Folder& folder) co
 
 void RunOutputGuard::record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp) {
     folder.own[name] = stamp;
-    if (!folder.writtenNow.insert(name).second) folder.repeated = true;
     if (!folder.log) {
         folder.log = sys::openFile(dir + "/" + RecordName, "ab");
         if (!folder.log) return;
@@ -210,17 +216,11 @@ RunOutputGuard::Folder& RunOutputGuard::folderOf(const std::string& path, std::s
     }
     folder.hadRecord = !text.empty();
     noteInJournal(dir);
-    std::error_code e;
-    for (fs::directory_iterator entry(sys::fsPath(dir), e), end; !e && entry != end; entry.increment(e)) {
+    folder.listed = forEachName(dir, [&](const std::string& entry) {
         long pid = 0;
-        const std::string entryName = sys::utf8Path(entry->path().filename());
-        if (isTemporaryOutputName(entryName, pid)) {
-            if (!sys::processRuns(pid)) sys::removeFile(sys::utf8Path(entry->path()));
-        } else {
-            folder.present.insert(foldedLetters(entryName));
-        }
-    }
-    folder.listed = !e;
+        if (!isTemporaryOutputName(entry, pid)) folder.present.insert(foldedLetters(entry));
+        else if (!sys::processRuns(pid)) sys::removeFile(dir + "/" + entry);
+    });
     return folder;
 }
 
@@ -231,6 +231,11 @@ bool RunOutputGuard::ownUnchanged(const std::string& path) {
     if (it == folder.own.end()) return false;
     FileStamp now;
     return fileStamp(path, now) && now == it->second;
+}
+
+bool RunOutputGuard::writtenThisRun(const std::string& path) {
+    std::string name;
+    return folderOf(path, name).writtenNow.count(name) > 0;
 }
 
 bool RunOutputGuard::mayExist(const std::string& given) {
@@ -248,14 +253,14 @@ RunLogFile* RunOutputGuard::logEntry() { return form_.runLog.current(); }
 
 void RunOutputGuard::appending(const std::string& given) {
     const std::string path = normal(given);
-    if (exists(path) && !writtenThisRun_.count(path) && !ownUnchanged(path)) foreignAppends_.insert(path);
+    if (exists(path) && !writtenThisRun(path) && !ownUnchanged(path)) foreignAppends_.insert(path);
 }
 
 void RunOutputGuard::replacing(const std::string& given) {
     const std::string path = normal(given);
     if (!exists(path) || form_.replaceInPlace || !trash_.available()) return;
     const bool queued = waitingInQueue(path);
-    if (!queued && (writtenThisRun_.count(path) || ownUnchanged(path))) return;
+    if (!queued && (writtenThisRun(path) || ownUnchanged(path))) return;
     std::string kept;
     if (queued && !trash_.saysWhere()) {
         // Read from a copy of its own, as the trash does not say where it is.
@@ -274,9 +279,9 @@ void RunOutputGuard::replacing(const std::string& given) {
 void RunOutputGuard::written(const std::string& given, const FileStamp* stamp) {
     const std::string path = normal(given);
     if (foreignAppends_.erase(path)) return;
-    writtenThisRun_.insert(path);
     std::string name;
     Folder& folder = folderOf(path, name);
+    if (!folder.writtenNow.insert(name).second) folder.repeated = true;
     if (name.find('\n') != std::string::npos || !stamp) return;
     record(folderPart(path), folder, name, *stamp);
 }

@@ -72,6 +72,7 @@ private:
     };
     Folder& folderOf(const std::string& path, std::string& name);
     bool ownUnchanged(const std::string& path);
+    bool writtenThisRun(const std::string& path);
     bool waitingInQueue(const std::string& path) const;
     RunLogFile* logEntry();
     void record(const std::string& dir, Folder& folder, const std::string& name, const FileStamp& stamp);
@@ -83,7 +84,6 @@ private:
     std::vector<std::string> queue_;  // full paths, normalised
     std::unordered_map<std::string, size_t> lastInQueue_;
     size_t current_ = 0;
-    std::set<std::string> writtenThisRun_;
     std::set<std::string> foreignAppends_;       // appends to a file Kestro did not write
     std::map<std::string, std::string> moved_;  // a queued input, and where it is now
     std::vector<std::string> copies_;           // kept copies of queued inputs, removed at the end
